@@ -1,0 +1,18 @@
+#pragma once
+
+#include "SceneCore/Runtime/MediaInspector.h"
+
+namespace hushmeadows {
+
+// Media checks through libavformat and libavcodec. Every file is opened with
+// the "file" protocol alone, through demuxers that read only that one file:
+// playlists and concatenation (hls, concat, …) are refused, and no nested
+// open of another file or URL is ever allowed.
+class FFmpegMediaInspector final : public MediaInspector {
+public:
+    std::optional<PixelSize> imagePixelSize(const std::filesystem::path& file) const override;
+    std::expected<AudioFileInfo, std::string> audioFileInfo(const std::filesystem::path& file) const override;
+    std::optional<VideoProbeResult> probeVideo(const std::filesystem::path& file) const override;
+};
+
+} // namespace hushmeadows

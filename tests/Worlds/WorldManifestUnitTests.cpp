@@ -1,0 +1,226 @@
+#include "SceneCore/Worlds/WorldManifest.h"
+#include "SceneCore/Worlds/WorldPackage.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace hushmeadows {
+namespace {
+
+using Json = nlohmann::json;
+
+Json minimal()
+{
+    return Json{{"formatVersion", 1}, {"id", "calm-lake"}, {"name", "Calm Lake"}, {"visual", {{"file", "loop.mp4"}}}};
+}
+
+WorldManifest decoded(const Json& json) { return WorldManifest::decode(json.dump()); }
+
+// The reason text a package failure would carry for this JSON.
+std::string reasonFor(std::string_view text)
+{
+    try {
+        WorldManifest::decode(text);
+    } catch (const DecodingError& error) {
+        return WorldPackage::describe(error);
+    }
+    return "decoded";
+}
+
+TEST(WorldManifest, MinimalFileTakesEveryDefault)
+{
+    auto m = decoded(minimal());
+    EXPECT_EQ(m.formatVersion, 1);
+    EXPECT_EQ(m.id, "calm-lake");
+    EXPECT_EQ(m.name, "Calm Lake");
+    EXPECT_FALSE(m.subtitle);
+    EXPECT_TRUE(m.tags.empty());
+    EXPECT_FALSE(m.audio.music);
+    EXPECT_FALSE(m.audio.ambience);
+    EXPECT_TRUE(m.visual.pixelArt);
+    EXPECT_EQ(m.visual.scaling, WorldManifest::Scaling::aspectFill);
+    EXPECT_EQ(m.visual.focus, (UnitPoint{0.5, 0.5}));
+    EXPECT_EQ(m.visual.safeArea, (UnitSize{0.8, 0.8}));
+    EXPECT_TRUE(m.visual.variations.empty());
+    EXPECT_FALSE(m.visual.protectsSafeArea);
+    EXPECT_FALSE(m.visual.matte);
+    EXPECT_FALSE(m.visual.hasMatte());
+    EXPECT_FALSE(m.theme);
+    EXPECT_FALSE(m.timeOfDay);
+    EXPECT_TRUE(m.versions.empty());
+    EXPECT_EQ(m.kind, WorldKind::pixel);
+}
+
+TEST(WorldManifest, StrictKeysFailTheWholeFileWithTheirPath)
+{
+    auto j = minimal();
+    j["visual"]["scaling"] = "stretch";
+    EXPECT_EQ(reasonFor(j.dump()), "invalid value at 'visual.scaling'");
+
+    j = minimal();
+    j["tags"] = "calm";
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'tags'");
+
+    j = minimal();
+    j.erase("visual");
+    EXPECT_EQ(reasonFor(j.dump()), "missing key 'visual'");
+
+    j = minimal();
+    j["visual"]["file"] = 42;
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'visual.file'");
+
+    j = minimal();
+    j["audio"] = {{"music", {{"file", "m.flac"}}}};
+    EXPECT_EQ(reasonFor(j.dump()), "missing key 'audio.music.defaultVolume'");
+
+    j = minimal();
+    j["visual"]["pixelArt"] = 1; // a number is not a boolean
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'visual.pixelArt'");
+
+    j = minimal();
+    j["tags"] = {"a", 3};
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'tags.Index 1'");
+
+    j = minimal();
+    j["id"] = nullptr; // null for a required key
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'id'");
+
+    j = minimal();
+    j["formatVersion"] = 1.5;
+    EXPECT_EQ(reasonFor(j.dump()), "invalid value at 'formatVersion'");
+}
+
+TEST(WorldManifest, TextThatIsNotJsonOrNotAnObject)
+{
+    EXPECT_EQ(reasonFor("{\"formatVersion\": 1,"), "not valid JSON");
+    EXPECT_EQ(reasonFor(""), "not valid JSON");
+    EXPECT_EQ(reasonFor("\xff\xfe{}"), "not valid JSON");
+    EXPECT_EQ(reasonFor("[]"), "wrong type at ''");
+}
+
+TEST(WorldManifest, TolerantKeysFallBackToTheirDefaults)
+{
+    auto j = minimal();
+    j["kind"] = "sculpture";
+    j["timeOfDay"] = "Night";
+    j["theme"] = {{"style", "castle"}, {"appearance", "dark"}, {"colors", Json::object()}};
+    j["visual"]["variations"] = "b.mp4";
+    j["visual"]["protectsSafeArea"] = "yes";
+    j["visual"]["matte"] = 12;
+    j["audio"] = {{"music", {{"file", "m.flac"}, {"defaultVolume", 0.5}, {"style", "jazz"}}}};
+    j["unknown"] = {{"deeply", {1, 2, 3}}};
+    auto m = decoded(j);
+    EXPECT_EQ(m.kind, WorldKind::pixel);
+    EXPECT_FALSE(m.timeOfDay);
+    EXPECT_FALSE(m.theme);
+    EXPECT_TRUE(m.visual.variations.empty());
+    EXPECT_FALSE(m.visual.protectsSafeArea);
+    EXPECT_FALSE(m.visual.matte);
+    ASSERT_TRUE(m.audio.music);
+    EXPECT_FALSE(m.audio.music->style);
+    EXPECT_DOUBLE_EQ(m.audio.music->defaultVolume, 0.5);
+}
+
+TEST(WorldManifest, NullCountsAsAbsentForOptionalKeys)
+{
+    auto j = minimal();
+    j["subtitle"] = nullptr;
+    j["audio"] = nullptr;
+    j["visual"]["poster"] = nullptr;
+    j["visual"]["scaling"] = nullptr;
+    auto m = decoded(j);
+    EXPECT_FALSE(m.subtitle);
+    EXPECT_FALSE(m.visual.poster);
+    EXPECT_EQ(m.visual.scaling, WorldManifest::Scaling::aspectFill);
+}
+
+TEST(WorldManifest, VersionsKeepOnlyDayPhaseKeysAndFailAsAWhole)
+{
+    auto j = minimal();
+    j["timeOfDay"] = "day";
+    j["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}}}}}, {"dusk", {{"visual", {{"file", "dusk.mp4"}}}}}, {"Night", {{"visual", {{"file", "n.mp4"}}}}}};
+    auto m = decoded(j);
+    ASSERT_EQ(m.versions.size(), 1u);
+    EXPECT_EQ(m.versions.at(DayPhase::night).visual.file, "night.mp4");
+
+    j["versions"]["dusk"] = {{"audio", Json::object()}}; // lacks visual
+    EXPECT_TRUE(decoded(j).versions.empty());
+
+    // Tolerant fields inside a version do not fail it.
+    j["versions"].erase("dusk");
+    j["versions"]["night"]["tags"] = "not-a-list";
+    j["versions"]["night"]["theme"] = 3;
+    m = decoded(j);
+    ASSERT_EQ(m.versions.size(), 1u);
+    EXPECT_FALSE(m.versions.at(DayPhase::night).tags);
+    EXPECT_FALSE(m.versions.at(DayPhase::night).theme);
+}
+
+TEST(WorldManifest, MatteDerivedValues)
+{
+    WorldManifest::Visual v;
+    v.matte = "#1A2B3C";
+    auto rgb = v.matteComponents();
+    ASSERT_TRUE(rgb);
+    EXPECT_DOUBLE_EQ(rgb->red, 26.0 / 255);
+    EXPECT_DOUBLE_EQ(rgb->green, 43.0 / 255);
+    EXPECT_DOUBLE_EQ(rgb->blue, 60.0 / 255);
+    EXPECT_TRUE(v.hasMatte());
+    EXPECT_FALSE(v.matteIsAuto());
+
+    for (const char* text : {"1A2B3C", "#1A2B3", "x1A2B3C0", "#GHIJKL", "1A2B3C#", "Auto", "#1A2B3C "}) {
+        v.matte = text;
+        EXPECT_FALSE(v.matteComponents()) << text;
+        EXPECT_FALSE(v.hasMatte()) << text;
+    }
+    v.matte = "auto";
+    EXPECT_TRUE(v.matteIsAuto());
+    EXPECT_FALSE(v.matteComponents());
+    EXPECT_TRUE(v.hasMatte());
+}
+
+TEST(WorldManifest, EncodesAndDecodesBackToAnEqualValue)
+{
+    auto j = minimal();
+    j["subtitle"] = "Early mist";
+    j["tags"] = {"water", "calm"};
+    j["visual"]["poster"] = "poster.png";
+    j["visual"]["scaling"] = "aspectFit";
+    j["visual"]["focus"] = {{"x", 0.25}, {"y", 1.0}};
+    j["visual"]["matte"] = "auto";
+    j["audio"] = {{"ambience", {{"file", "a.wav"}, {"defaultVolume", 0.7}}}, {"music", {{"file", "m.flac"}, {"defaultVolume", 0.4}, {"style", "studio"}}}};
+    j["theme"] = {{"style", "greenhouse"}, {"appearance", "light"}, {"colors", {{"ink", "#000000"}}}, {"material", "villa"}};
+    j["timeOfDay"] = "night";
+    j["versions"] = {{"day", {{"visual", {{"file", "day.mp4"}}}, {"subtitle", "Noon"}}}};
+    j["kind"] = "voxel";
+    auto m = decoded(j);
+    EXPECT_EQ(WorldManifest::decode(m.encode()), m);
+    EXPECT_EQ(m.theme->knownMaterial(), WorldTheme::Material::villa);
+    EXPECT_EQ(m.kind, WorldKind::voxel);
+}
+
+TEST(WorldManifest, VersionOverridesOnlyWhatItHas)
+{
+    auto j = minimal();
+    j["timeOfDay"] = "day";
+    j["subtitle"] = "Base";
+    j["tags"] = {"base"};
+    j["audio"] = {{"music", {{"file", "m.flac"}, {"defaultVolume", 0.4}}}};
+    j["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}}}, {"tags", {"dark"}}}}};
+    auto m = decoded(j);
+
+    auto night = m.applyingVersion(DayPhase::night);
+    EXPECT_EQ(night.visual.file, "night.mp4");
+    EXPECT_EQ(night.audio, m.audio);
+    EXPECT_EQ(night.subtitle, m.subtitle);
+    EXPECT_EQ(night.tags, std::vector<std::string>{"dark"});
+    EXPECT_EQ(night.timeOfDay, DayPhase::night);
+    EXPECT_EQ(night.versions, m.versions);
+    EXPECT_EQ(m.applyingVersion(DayPhase::day), m);
+
+    m.timeOfDay.reset(); // without a depicted phase, versions are never used
+    EXPECT_EQ(m.applyingVersion(DayPhase::night), m);
+}
+
+} // namespace
+} // namespace hushmeadows
