@@ -1,0 +1,279 @@
+#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "SceneCore/Worlds/WorldPackage.h"
+#include "tests/support/FixtureKit.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/PackageWriter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace hushmeadows {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::PackageWriter;
+using Json = nlohmann::json;
+using ::testing::HasSubstr;
+
+class WorldPackageTest : public ::testing::Test {
+protected:
+    testing::TempDir dir;
+    FFmpegMediaInspector media;
+
+    std::expected<WorldPackage, WorldPackageError> load(const Json& manifest, const PackageWriter::Media& files = {{"loop.mp4", testing::video()}})
+    {
+        auto folder = PackageWriter::write(dir.path(), "calm.hushmeadow", manifest, files);
+        return WorldPackage::contentsOf(folder, media);
+    }
+
+    std::string failure(const Json& manifest, const PackageWriter::Media& files = {{"loop.mp4", testing::video()}})
+    {
+        auto result = load(manifest, files);
+        return result ? std::string("loaded") : result.error().description();
+    }
+};
+
+TEST_F(WorldPackageTest, FolderAndManifestFailures)
+{
+    testing::writeText(dir / "plain.hushmeadow", "not a folder");
+    auto plain = WorldPackage::contentsOf(dir / "plain.hushmeadow", media);
+    ASSERT_FALSE(plain);
+    EXPECT_EQ(plain.error(), WorldPackageError::notADirectory(dir / "plain.hushmeadow"));
+    EXPECT_EQ(plain.error().description(), "plain.hushmeadow is not a world package directory");
+
+    fs::create_directories(dir / "empty.hushmeadow");
+    auto empty = WorldPackage::contentsOf(dir / "empty.hushmeadow", media);
+    ASSERT_FALSE(empty);
+    EXPECT_EQ(empty.error().description(), "No world.json in empty.hushmeadow");
+
+    testing::writeText(dir / "broken.hushmeadow/world.json", "{ not json");
+    auto broken = WorldPackage::contentsOf(dir / "broken.hushmeadow", media);
+    ASSERT_FALSE(broken);
+    EXPECT_EQ(broken.error().description(), "world.json in broken.hushmeadow is invalid: not valid JSON");
+
+    auto noVisual = PackageWriter::minimalManifest("calm");
+    noVisual.erase("visual");
+    EXPECT_EQ(failure(noVisual), "world.json in calm.hushmeadow is invalid: missing key 'visual'");
+
+    // A world.json that is a folder has no size to read.
+    fs::create_directories(dir / "odd.hushmeadow/world.json");
+    auto odd = WorldPackage::contentsOf(dir / "odd.hushmeadow", media);
+    ASSERT_FALSE(odd);
+    EXPECT_EQ(odd.error().reason(), WorldPackageError::manifestSizeReason);
+}
+
+TEST_F(WorldPackageTest, ManifestSizeLimitIsExact)
+{
+    std::string text = PackageWriter::minimalManifest("calm").dump();
+    auto padded = [&](std::size_t size) { return text + std::string(size - text.size(), ' '); };
+
+    testing::writeText(dir / "limit.hushmeadow/world.json", padded(1'048'576));
+    testing::copyFile(testing::video(), dir / "limit.hushmeadow/loop.mp4");
+    EXPECT_TRUE(WorldPackage::contentsOf(dir / "limit.hushmeadow", media));
+
+    testing::writeText(dir / "over.hushmeadow/world.json", padded(1'048'577));
+    auto over = WorldPackage::contentsOf(dir / "over.hushmeadow", media);
+    ASSERT_FALSE(over);
+    EXPECT_EQ(over.error().description(), "world.json in over.hushmeadow is invalid: world.json is missing, unreadable or larger than 1 MB");
+}
+
+TEST_F(WorldPackageTest, ValidationOrderAndMessages)
+{
+    auto m = PackageWriter::minimalManifest("Bad Id");
+    m["formatVersion"] = 2; // checked before the id
+    EXPECT_EQ(failure(m), "World format version 2 is not supported by this version of Hushmeadows");
+
+    for (const char* id : {"calm-lake", "9lives", "a"}) {
+        EXPECT_EQ(failure(PackageWriter::minimalManifest(id)), "loaded") << id;
+    }
+    for (const char* id : {"-calm", "Calm", "calm_lake", "calm lake", "", " calm", "   ", "calm\n\n"}) {
+        EXPECT_EQ(failure(PackageWriter::minimalManifest(id)), "Invalid value for id: use lowercase letters, digits and hyphens") << '"' << id << '"';
+    }
+
+    m = PackageWriter::minimalManifest("calm");
+    m["name"] = "   ";
+    EXPECT_EQ(failure(m), "Invalid value for name: must not be empty");
+    m["name"] = "\xE3\x80\x80\t"; // an ideographic space and a tab
+    EXPECT_EQ(failure(m), "Invalid value for name: must not be empty");
+
+    m = PackageWriter::minimalManifest("calm");
+    m["visual"]["focus"] = {{"x", 1.0}, {"y", 0.0}};
+    m["visual"]["safeArea"] = {{"width", 0.1}, {"height", 1.0}};
+    EXPECT_EQ(failure(m), "loaded");
+    m["visual"]["focus"] = {{"x", 1.01}, {"y", 0.5}};
+    EXPECT_EQ(failure(m), "Invalid value for visual.focus: coordinates must be within 0...1");
+    m["visual"]["focus"] = {{"x", 0.5}, {"y", 0.5}};
+    m["visual"]["safeArea"] = {{"width", 0.09}, {"height", 0.5}};
+    EXPECT_EQ(failure(m), "Invalid value for visual.safeArea: fractions must be within 0.1...1");
+}
+
+TEST_F(WorldPackageTest, ResourcePathsStayInsideThePackage)
+{
+    auto withVideo = [](const std::string& file) {
+        auto m = PackageWriter::minimalManifest("calm");
+        m["visual"]["file"] = file;
+        return m;
+    };
+    for (const char* bad : {"../loop.mp4", "clips/../../loop.mp4", "/etc/passwd", ""}) {
+        EXPECT_EQ(failure(withVideo(bad)), "Invalid value for visual.file: must be a relative path inside the package") << bad;
+    }
+    EXPECT_EQ(failure(withVideo("clips//loop.mp4"), {{"clips/loop.mp4", testing::video()}}), "loaded");
+    EXPECT_EQ(failure(withVideo("./loop.mp4")), "loaded");
+    EXPECT_EQ(failure(withVideo("gone.mp4")), "Missing resource for visual.file: gone.mp4");
+    EXPECT_EQ(failure(withVideo("clips"), {{"clips/x.mp4", testing::video()}}), "Missing resource for visual.file: clips");
+
+    // A link that leaves the folder is caught after resolving; one that stays inside is fine.
+    testing::copyFile(testing::video(), dir / "outside.mp4");
+    auto folder = PackageWriter::write(dir.path(), "linked.hushmeadow", withVideo("loop.mp4"), {});
+    fs::create_symlink(dir / "outside.mp4", folder / "loop.mp4");
+    auto linked = WorldPackage::contentsOf(folder, media);
+    ASSERT_FALSE(linked);
+    EXPECT_EQ(linked.error().description(), "visual.file (loop.mp4) resolves outside the world package");
+
+    auto inside = PackageWriter::write(dir.path(), "inside.hushmeadow", withVideo("loop.mp4"), {{"media/real.mp4", testing::video()}});
+    fs::create_symlink("media/real.mp4", inside / "loop.mp4");
+    EXPECT_TRUE(WorldPackage::contentsOf(inside, media));
+
+    auto resolved = WorldPackage::requireResource("visual.file", "loop.mp4", inside);
+    ASSERT_TRUE(resolved);
+    EXPECT_EQ(resolved->filename(), "real.mp4");
+}
+
+TEST_F(WorldPackageTest, MediaChecksOfPosterAndSound)
+{
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["poster"] = "poster.png";
+    testing::TempDir scratch;
+    testing::writeText(scratch / "zero.png", "");
+    testing::writeText(scratch / "text.png", "this is not an image");
+    testing::writeText(scratch / "text.flac", "this is not audio");
+
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"poster.png", testing::poster()}}), "loaded");
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"poster.png", scratch / "zero.png"}}), "visual.poster (poster.png) is empty");
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"poster.png", scratch / "text.png"}}),
+              "visual.poster (poster.png) can't be decoded: not a readable image");
+
+    m = PackageWriter::minimalManifest("calm");
+    m["audio"] = {{"music", {{"file", "missing.flac"}, {"defaultVolume", 1.5}}}};
+    EXPECT_EQ(failure(m), "Invalid value for audio.music.defaultVolume: must be within 0...1");
+
+    m["audio"]["music"]["defaultVolume"] = 0.5;
+    EXPECT_EQ(failure(m), "Missing resource for audio.music.file: missing.flac");
+
+    m["audio"] = {{"ambience", {{"file", "wind.flac"}, {"defaultVolume", 0.7}}}};
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", scratch / "text.flac"}}),
+              "audio.ambience.file (wind.flac) can't be decoded: not a readable audio file");
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", testing::emptyWav()}}),
+              "audio.ambience.file (wind.flac) can't be decoded: contains no audio");
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", testing::audio({.container = "flac"})}}), "loaded");
+}
+
+TEST_F(WorldPackageTest, FailingVersionIsDroppedAndLogged)
+{
+    testing::LogCapture log;
+    auto m = PackageWriter::minimalManifest("calm");
+    m["timeOfDay"] = "day";
+    m["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}}}}}};
+    auto package = load(m);
+    ASSERT_TRUE(package);
+    EXPECT_TRUE(package->manifest().versions.empty());
+    EXPECT_TRUE(package->phases().empty());
+    EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre("Skipping the night version of calm.hushmeadow: Missing resource for visual.file: night.mp4"));
+    EXPECT_THAT(log.lines("worlds", false), ::testing::ElementsAre("Skipping the night version of calm.hushmeadow: <private>"));
+}
+
+TEST_F(WorldPackageTest, DayPhaseVersionsOverrideTheBase)
+{
+    auto m = PackageWriter::minimalManifest("calm");
+    m["timeOfDay"] = "day";
+    m["audio"] = {{"music", {{"file", "day.flac"}, {"defaultVolume", 0.5}}}};
+    m["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}, {"variations", {"night-b.mp4", "gone.mp4"}}}}}}};
+    auto package = load(m, {{"loop.mp4", testing::video()}, {"night.mp4", testing::video()}, {"night-b.mp4", testing::video()},
+                            {"day.flac", testing::audio({.container = "flac"})}});
+    ASSERT_TRUE(package);
+    EXPECT_EQ(package->phases(), (std::set<DayPhase>{DayPhase::day, DayPhase::night}));
+
+    EXPECT_EQ(package->version(DayPhase::day), *package);
+    testing::LogCapture log;
+    auto night = package->version(DayPhase::night);
+    EXPECT_EQ(night.visualURL(), package->rootURL() / "night.mp4");
+    EXPECT_EQ(night.musicURL(), package->musicURL());
+    EXPECT_EQ(night.variationFiles(), std::vector<std::string>{"night-b.mp4"});
+    EXPECT_EQ(night.rootURL(), package->rootURL());
+    EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre("Skipping variation in calm.hushmeadow: Missing resource for visual.variations: gone.mp4"));
+}
+
+TEST_F(WorldPackageTest, SoundOfAnyPhaseCounts)
+{
+    auto m = PackageWriter::minimalManifest("calm");
+    auto silent = load(m);
+    ASSERT_TRUE(silent);
+    EXPECT_FALSE(silent->hasAnySound());
+
+    m["timeOfDay"] = "day";
+    m["versions"] = {{"night", {{"visual", {{"file", "loop.mp4"}}}, {"audio", {{"music", {{"file", "owl.wav"}, {"defaultVolume", 0.3}}}}}}}};
+    auto package = load(m, {{"loop.mp4", testing::video()}, {"owl.wav", testing::audio()}});
+    ASSERT_TRUE(package);
+    EXPECT_FALSE(package->musicURL());
+    EXPECT_TRUE(package->hasAnySound());
+}
+
+TEST_F(WorldPackageTest, VariationsThatFailAreDropped)
+{
+    testing::LogCapture log;
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["variations"] = {"b.mp4", "loop.mp4", "gone.mp4", "b.mp4", "../b.mp4"};
+    auto package = load(m, {{"loop.mp4", testing::video()}, {"b.mp4", testing::video()}});
+    ASSERT_TRUE(package);
+    // The main video named again is dropped silently; duplicates are kept.
+    EXPECT_EQ(package->variationFiles(), (std::vector<std::string>{"b.mp4", "b.mp4"}));
+    EXPECT_EQ(package->videoURLs(), (std::vector<fs::path>{package->rootURL() / "loop.mp4", package->rootURL() / "b.mp4", package->rootURL() / "b.mp4"}));
+    EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre(
+        "Skipping variation in calm.hushmeadow: Missing resource for visual.variations: gone.mp4",
+        "Skipping variation in calm.hushmeadow: Invalid value for visual.variations: must be a relative path inside the package"));
+
+    m["visual"]["variations"] = {"x.mp4", "y.mp4"};
+    auto lonely = load(m);
+    ASSERT_TRUE(lonely);
+    EXPECT_EQ(lonely->videoURLs(), std::vector<fs::path>{lonely->rootURL() / "loop.mp4"});
+}
+
+TEST_F(WorldPackageTest, VerifyMediaReportsWhyAVideoCannotPlay)
+{
+    auto package = load(PackageWriter::minimalManifest("calm"));
+    ASSERT_TRUE(package);
+    EXPECT_TRUE(package->verifyMedia(media));
+
+    testing::TempDir scratch;
+    testing::writeText(scratch / "text.mp4", "no movie here");
+    auto text = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", scratch / "text.mp4"}});
+    ASSERT_TRUE(text);
+    auto verified = text->verifyMedia(media);
+    ASSERT_FALSE(verified);
+    EXPECT_EQ(verified.error().description(), "visual.file (loop.mp4) can't be decoded: not a readable movie");
+
+    auto sound = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", testing::audio({.container = "m4a"})}});
+    ASSERT_TRUE(sound);
+    verified = sound->verifyMedia(media);
+    ASSERT_FALSE(verified);
+    EXPECT_EQ(verified.error().description(), "visual.file (loop.mp4) can't be decoded: no video track");
+}
+
+TEST_F(WorldPackageTest, APlaylistCannotReachFilesOutsideThePackage)
+{
+    // The segment is a real, playable video outside the package: following the
+    // playlist would make the probe succeed.
+    testing::runCommand("ffmpeg -hide_banner -loglevel error -y -i " + testing::shellQuoted(testing::video().string())
+                        + " -c copy -f mpegts " + testing::shellQuoted((dir / "elsewhere.ts").string()));
+    std::string playlist = "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.5,\n" + (dir / "elsewhere.ts").string() + "\n#EXT-X-ENDLIST\n";
+    testing::TempDir scratch;
+    testing::writeText(scratch / "loop.m3u8", playlist);
+    auto package = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", scratch / "loop.m3u8"}});
+    ASSERT_TRUE(package);
+    auto verified = package->verifyMedia(media);
+    ASSERT_FALSE(verified);
+    EXPECT_THAT(verified.error().description(), HasSubstr("visual.file (loop.mp4) can't be decoded: "));
+}
+
+} // namespace
+} // namespace hushmeadows

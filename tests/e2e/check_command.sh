@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# `hushmeadows check` as a world author runs it: real packages on disk, real
+# media made with ffmpeg, output lines and exit status compared exactly.
+set -euo pipefail
+program=$1
+work=$2
+rm -rf "$work"; mkdir -p "$work"
+cd "$work"
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+quiet=(-hide_banner -loglevel error -y)
+
+ffmpeg "${quiet[@]}" -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p loop.mp4
+ffmpeg "${quiet[@]}" -f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.25 music.wav
+echo "no movie here" > broken.mp4
+
+package() { # folder id video-file [extra json for visual]
+  mkdir -p "$1"
+  cp "$3" "$1/loop.mp4"
+  printf '{"formatVersion":1,"id":"%s","name":"World","visual":{"file":"loop.mp4"%s}}' "$2" "${4:-}" > "$1/world.json"
+}
+
+mkdir -p Worlds Other
+package Worlds/a.hushmeadow calm loop.mp4
+package Worlds/b.hushmeadow broken-video broken.mp4
+package Worlds/c.hushmeadow calm loop.mp4
+package Worlds/d.hushmeadow Bad loop.mp4
+package Worlds/e.hushmeadow skips loop.mp4 ',"variations":["gone.mp4"]'
+echo "notes" > Worlds/readme.txt
+package Other/lone.hushmeadow lone loop.mp4
+
+# Without --media the broken video is not opened.
+set +e
+"$program" check Worlds > out.txt 2> err.txt; status=$?
+set -e
+[ "$status" = 1 ] || fail "exit status $status, expected 1"
+cat > expected.txt <<'OUT'
+a.hushmeadow: ok
+b.hushmeadow: ok
+c.hushmeadow: dropped: id calm is already loaded from a.hushmeadow
+d.hushmeadow: Invalid value for id: use lowercase letters, digits and hyphens
+e.hushmeadow: ok
+OUT
+diff -u expected.txt out.txt || fail "check output differs"
+grep -qx 'hushmeadows\[worlds\] error: Skipping variation in e.hushmeadow: Missing resource for visual.variations: gone.mp4' err.txt \
+  || { cat err.txt; fail "skipped variation not reported on stderr"; }
+
+# With --media the video is probed.
+set +e
+"$program" check --media Worlds/b.hushmeadow > out.txt 2>/dev/null; status=$?
+set -e
+[ "$status" = 1 ] || fail "--media exit status $status, expected 1"
+echo "b.hushmeadow: visual.file (loop.mp4) can't be decoded: not a readable movie" > expected.txt
+diff -u expected.txt out.txt || fail "--media output differs"
+
+# All good: exit 0, one line per package, packages named directly.
+"$program" check --media Other/lone.hushmeadow Worlds/a.hushmeadow > out.txt
+printf 'lone.hushmeadow: ok\na.hushmeadow: ok\n' > expected.txt
+diff -u expected.txt out.txt || fail "passing output differs"
+
+# A package path that is not a folder fails with the library's description.
+touch Other/file.hushmeadow
+set +e
+"$program" check Other/file.hushmeadow > out.txt; status=$?
+set -e
+[ "$status" = 1 ] || fail "plain-file exit status $status"
+echo "file.hushmeadow: file.hushmeadow is not a world package directory" > expected.txt
+diff -u expected.txt out.txt || fail "plain-file output differs"
+
+# Usage errors.
+set +e
+"$program" check > /dev/null 2> err.txt; status=$?
+set -e
+[ "$status" = 2 ] || fail "no PATH: exit status $status, expected 2"
+grep -q "usage: hushmeadows check" err.txt || fail "no usage message"
+set +e
+"$program" check --fast Worlds > /dev/null 2>&1; status=$?
+set -e
+[ "$status" = 2 ] || fail "unknown option: exit status $status, expected 2"
+
+echo "check command: all cases passed"
