@@ -1,0 +1,37 @@
+#pragma once
+
+#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Settings/HushmeadowsSettings.h"
+#include "SceneCore/Worlds/WorldCatalog.h"
+#include "SceneCore/Worlds/WorldLibrary.h"
+#include "SceneCore/Worlds/WorldPackage.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hushmeadows {
+
+// The result of choosing what to show: the library, the catalogue found
+// beside the worlds, the world (if any) and where it came from: "direct",
+// "appStore", "fallback" or "none".
+struct WorldChoice {
+    WorldLibrary library;
+    std::optional<WorldCatalog> catalog;
+    std::optional<WorldPackage> world;
+    std::string source = "none";
+};
+
+// Worlds folders in precedence order, each with the source word of the worlds
+// it holds. The first folder that has a catalog.json gives the catalogue.
+struct WorldsFolder {
+    std::filesystem::path path;
+    std::string source;
+};
+
+// Builds the library from the folders in order and picks the settings'
+// selectedWorldID when that world is found, else the first world.
+WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaInspector& media);
+
+} // namespace hushmeadows

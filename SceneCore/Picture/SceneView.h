@@ -1,0 +1,40 @@
+#pragma once
+
+#include "SceneCore/Picture/Geometry.h"
+#include "SceneCore/Worlds/WorldPackage.h"
+
+#include <memory>
+
+namespace hushmeadows {
+
+// The face of the picture view that the screen saver view drives:
+// PixelSceneView on every platform.
+class SceneView {
+public:
+    virtual ~SceneView() = default;
+
+    virtual void setPixelPerfect(bool pixelPerfect) = 0;
+    virtual void setFillsView(bool fillsView) = 0;
+    virtual void load(const WorldPackage& world) = 0;
+    virtual void play() = 0;
+    // One frame tick: pull the newest decoded frame into view.
+    virtual void pumpFrame() = 0;
+    // Removes observers and unloads the world; the view is black afterwards.
+    virtual void tearDown() = 0;
+
+    virtual bool isPlaying() const = 0;
+    virtual long loopCount() const = 0;
+    virtual long framesDisplayed() const = 0;
+};
+
+// Makes scene views sized to a view's bounds.
+class SceneViewFactory {
+public:
+    virtual ~SceneViewFactory() = default;
+    virtual std::unique_ptr<SceneView> makeSceneView(Size bounds) = 0;
+    // Live scene views and video sources, for diagnostics.
+    virtual int liveSceneViews() const = 0;
+    virtual int liveVideoSources() const = 0;
+};
+
+} // namespace hushmeadows

@@ -1,0 +1,112 @@
+#include "tests/support/FakeSaverPlatform.h"
+
+#include <algorithm>
+
+namespace hushmeadows::testing {
+
+NotificationCenter::Token FakeNotificationCenter::addObserver(const std::string& name, Handler handler)
+{
+    Token token = next_++;
+    observers_.emplace(token, Observer{name, std::move(handler)});
+    return token;
+}
+
+void FakeNotificationCenter::removeObserver(Token token) { observers_.erase(token); }
+
+void FakeNotificationCenter::post(const Notification& notification)
+{
+    posted.push_back(notification);
+    // Copy first: a handler may add or remove observers.
+    std::vector<Handler> handlers;
+    for (const auto& [token, observer] : observers_)
+        if (observer.name == notification.name)
+            handlers.push_back(observer.handler);
+    for (auto& handler : handlers)
+        handler(notification);
+}
+
+int FakeNotificationCenter::observerCount(const std::string& name) const
+{
+    return static_cast<int>(std::count_if(observers_.begin(), observers_.end(), [&](const auto& entry) { return entry.second.name == name; }));
+}
+
+std::shared_ptr<FakeProcess> FakeSession::launchEngine(std::optional<double> launchDate)
+{
+    auto process = std::make_shared<FakeProcess>();
+    applications.push_back(RunningApplication{process, "com.apple.ScreenSaver.Engine", launchDate});
+    return process;
+}
+
+void RecordingAudioArbiter::acquire(const void* client, const WorldPackage& world, const HushmeadowsSettings&)
+{
+    calls.push_back({"acquire", client, world.id(), false});
+    if (std::find(clients.begin(), clients.end(), client) == clients.end())
+        clients.push_back(client);
+}
+
+void RecordingAudioArbiter::release(const void* client, bool immediately)
+{
+    calls.push_back({"release", client, {}, immediately});
+    clients.erase(std::remove(clients.begin(), clients.end(), client), clients.end());
+}
+
+AudioArbiter::Diagnostics RecordingAudioArbiter::diagnostics(const void* client) const
+{
+    Diagnostics d;
+    d.clients = static_cast<int>(clients.size());
+    d.ownsAudio = std::find(clients.begin(), clients.end(), client) != clients.end();
+    d.state = clients.empty() ? "idle" : "playing";
+    return d;
+}
+
+RecordingSceneView::RecordingSceneView(Size bounds_, std::vector<std::string>& journal, int& live)
+    : bounds(bounds_)
+    , journal_(journal)
+    , live_(live)
+{
+    ++live_;
+}
+
+RecordingSceneView::~RecordingSceneView() { --live_; }
+
+void RecordingSceneView::setPixelPerfect(bool value) { pixelPerfect = value; }
+void RecordingSceneView::setFillsView(bool value) { fillsView = value; }
+
+void RecordingSceneView::load(const WorldPackage& world)
+{
+    worldID = world.id();
+    journal_.push_back("load " + world.id() + " " + world.manifest().visual.file);
+}
+
+void RecordingSceneView::play()
+{
+    playing = true;
+    journal_.push_back("play");
+}
+
+void RecordingSceneView::pumpFrame() { ++frames; }
+
+void RecordingSceneView::tearDown()
+{
+    playing = false;
+    journal_.push_back("tearDown");
+}
+
+std::unique_ptr<SceneView> RecordingSceneViewFactory::makeSceneView(Size bounds)
+{
+    journal.push_back("make");
+    auto view = std::make_unique<RecordingSceneView>(bounds, journal, live);
+    last = view.get();
+    return view;
+}
+
+FakeHost FakeHost::onScreen(const std::vector<ScreenInfo>& screens, std::size_t index)
+{
+    FakeHost host;
+    host.screenList = screens;
+    host.size = screens[index].frame.size;
+    host.windowInfo = WindowInfo{screens[index].frame, 1000, screens[index]};
+    return host;
+}
+
+} // namespace hushmeadows::testing
