@@ -1,0 +1,148 @@
+#include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "SceneCore/Picture/PosterStore.h"
+#include "SceneCore/Runtime/ManualRunLoop.h"
+#include "tests/support/FixtureKit.h"
+#include "tests/support/ManualSerialQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+namespace hushmeadows {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PosterStoreTest : public ::testing::Test {
+protected:
+    ManualRunLoop loop;
+    testing::ManualSerialQueue* queue = nullptr;
+    std::unique_ptr<PosterStore> store;
+    testing::TempDir dir;
+
+    void SetUp() override
+    {
+        auto owned = std::make_unique<testing::ManualSerialQueue>(PosterStore::queueLabel);
+        queue = owned.get();
+        store = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>());
+    }
+
+    // Lets the queued decodes run and their results reach the main loop.
+    void finishDecodes()
+    {
+        queue->runAll();
+        loop.runPending();
+    }
+};
+
+TEST_F(PosterStoreTest, ManyWaitersShareOneDecodeAndLaterLoadsAnswerAtOnce)
+{
+    const fs::path& poster = testing::poster(16, 9);
+    std::vector<std::pair<int, PosterStore::EntryPtr>> calls;
+    store->load(poster, [&](PosterStore::EntryPtr entry) { calls.emplace_back(1, entry); });
+    store->load(poster, [&](PosterStore::EntryPtr entry) { calls.emplace_back(2, entry); });
+    EXPECT_EQ(store->decodesStarted(), 1u);
+    EXPECT_EQ(store->cached(poster), nullptr);
+    EXPECT_TRUE(calls.empty());
+
+    finishDecodes();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].first, 1);
+    EXPECT_EQ(calls[1].first, 2);
+    ASSERT_NE(calls[0].second, nullptr);
+    EXPECT_EQ(calls[0].second, calls[1].second);
+
+    // The decoded pixels are the file's, in the store's byte order.
+    const Image& image = calls[0].second->image;
+    Image expected = testing::posterImage(16, 9, PixelFormat::bgra8);
+    EXPECT_EQ(image.format, PixelFormat::bgra8);
+    ASSERT_EQ(image.size(), expected.size());
+    for (int y = 0; y < 9; ++y)
+        EXPECT_EQ(std::memcmp(image.row(y), expected.row(y), 16 * 4), 0) << "row " << y;
+    ASSERT_TRUE(calls[0].second->strips);
+    EXPECT_EQ(calls[0].second->strips->left.height, 9);
+
+    bool answered = false;
+    store->load(poster, [&](PosterStore::EntryPtr entry) { answered = entry == calls[0].second; });
+    EXPECT_TRUE(answered); // synchronously, from the cache
+    EXPECT_EQ(store->decodesStarted(), 1u);
+    EXPECT_EQ(store->cachedCost(), 16u * 4 * 9);
+}
+
+TEST_F(PosterStoreTest, FailuresAreNotCached)
+{
+    testing::writeText(dir / "broken.png", "not a picture");
+    int nulls = 0;
+    for (int i = 0; i < 3; ++i)
+        store->load(dir / "broken.png", [&](PosterStore::EntryPtr entry) { nulls += entry == nullptr; });
+    finishDecodes();
+    EXPECT_EQ(nulls, 3);
+    EXPECT_EQ(store->cachedCount(), 0u);
+
+    // A later load tries again, and succeeds once the file is fixed.
+    testing::copyFile(testing::poster(), dir / "broken.png");
+    PosterStore::EntryPtr entry;
+    store->load(dir / "broken.png", [&](PosterStore::EntryPtr e) { entry = e; });
+    finishDecodes();
+    EXPECT_NE(entry, nullptr);
+    EXPECT_EQ(store->decodesStarted(), 2u);
+}
+
+TEST_F(PosterStoreTest, CacheStaysWithinItsMemoryLimitDroppingTheLeastRecentlyUsed)
+{
+    // 2048 × 2048 BGRA costs 16 MiB: four fit in 72 MiB, five do not.
+    std::vector<fs::path> files;
+    for (int i = 0; i < 5; ++i) {
+        files.push_back(dir / ("p" + std::to_string(i) + ".png"));
+        testing::copyFile(testing::poster(2048, 2048), files.back());
+    }
+    for (int i = 0; i < 4; ++i)
+        store->load(files[static_cast<std::size_t>(i)], [](PosterStore::EntryPtr) {});
+    finishDecodes();
+    EXPECT_EQ(store->cachedCount(), 4u);
+    EXPECT_NE(store->cached(files[0]), nullptr); // now the most recently used
+
+    store->load(files[4], [](PosterStore::EntryPtr) {});
+    finishDecodes();
+    EXPECT_LE(store->cachedCost(), PosterStore::memoryLimit);
+    EXPECT_EQ(store->cachedCount(), 4u);
+    EXPECT_EQ(store->cached(files[1]), nullptr);
+    EXPECT_NE(store->cached(files[0]), nullptr);
+
+    // An evicted poster is simply decoded again.
+    std::size_t before = store->decodesStarted();
+    store->load(files[1], [](PosterStore::EntryPtr) {});
+    EXPECT_EQ(store->decodesStarted(), before + 1);
+    finishDecodes();
+}
+
+TEST_F(PosterStoreTest, PrewarmDecodesOnlyLargeReadablePosters)
+{
+    testing::writeText(dir / "unreadable.png", "??");
+    store->prewarm({dir / "unreadable.png", testing::poster(1000, 1000), testing::poster(1000, 1001), testing::poster(16, 9)});
+    EXPECT_EQ(store->decodesStarted(), 1u);
+    finishDecodes();
+    EXPECT_NE(store->cached(testing::poster(1000, 1001)), nullptr);
+    EXPECT_EQ(store->cached(testing::poster(1000, 1000)), nullptr);
+}
+
+TEST(PosterStore, LargeMeansMoreThanAMillionPixels)
+{
+    EXPECT_FALSE(PosterStore::isLarge({1000, 1000}));
+    EXPECT_TRUE(PosterStore::isLarge({1000, 1001}));
+    EXPECT_DEATH(PosterStore::isLarge({std::numeric_limits<double>::infinity(), 2}), "Precondition failed");
+}
+
+TEST_F(PosterStoreTest, AStoreGoneBeforeItsDecodeFinishesIsLeftAlone)
+{
+    bool called = false;
+    store->load(testing::poster(), [&](PosterStore::EntryPtr) { called = true; });
+    queue->runAll(); // decoded; the result now waits on the main loop
+    store.reset();
+    loop.runPending();
+    EXPECT_FALSE(called);
+}
+
+} // namespace
+} // namespace hushmeadows
