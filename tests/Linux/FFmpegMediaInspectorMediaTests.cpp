@@ -1,0 +1,289 @@
+#include "Platforms/Linux/FFmpegInput.h"
+#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "tests/support/FixtureKit.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sys/stat.h>
+
+namespace hushmeadows {
+namespace {
+
+using testing::TempDir;
+
+class FFmpegMediaInspectorTest : public ::testing::Test {
+protected:
+    // Broken files are the point of many cases here; FFmpeg's complaints
+    // about them would only bury real failures.
+    static void SetUpTestSuite() { av_log_set_level(AV_LOG_QUIET); }
+
+    // The first `size` bytes of `from`, written to `to`.
+    static void truncateCopy(const std::filesystem::path& from, const std::filesystem::path& to, std::size_t size)
+    {
+        std::ifstream in(from, std::ios::binary);
+        std::string bytes(size, '\0');
+        in.read(bytes.data(), static_cast<std::streamsize>(size));
+        ASSERT_EQ(in.gcount(), static_cast<std::streamsize>(size)) << from;
+        testing::writeText(to, bytes);
+    }
+
+    // What the ffmpeg tools themselves see in a file, one codec type a line;
+    // used to prove that an attack file really works without our restrictions.
+    static std::string streamTypesSeenByFFprobe(const std::filesystem::path& file)
+    {
+        return testing::runCommand("ffprobe -v error -show_entries stream=codec_type -of csv=p=0 "
+            + testing::shellQuoted(file.string()));
+    }
+
+    FFmpegMediaInspector inspector;
+    TempDir dir;
+};
+
+// Images ---------------------------------------------------------------------
+
+TEST_F(FFmpegMediaInspectorTest, ReportsThePixelSizeOfPNGAndJPEGPosters)
+{
+    EXPECT_EQ(inspector.imagePixelSize(testing::poster(16, 9)), (PixelSize{16, 9}));
+    EXPECT_EQ(inspector.imagePixelSize(testing::poster(7, 5)), (PixelSize{7, 5}));
+    EXPECT_EQ(inspector.imagePixelSize(testing::poster(1, 1)), (PixelSize{1, 1}));
+
+    auto jpeg = dir / "photo.jpg";
+    testing::runCommand("ffmpeg -hide_banner -loglevel error -nostdin -y -i "
+        + testing::shellQuoted(testing::poster(40, 30).string()) + " -frames:v 1 " + testing::shellQuoted(jpeg.string()));
+    EXPECT_EQ(inspector.imagePixelSize(jpeg), (PixelSize{40, 30}));
+
+    // The content decides, not the name.
+    testing::copyFile(jpeg, dir / "photo.png");
+    EXPECT_EQ(inspector.imagePixelSize(dir / "photo.png"), (PixelSize{40, 30}));
+}
+
+TEST_F(FFmpegMediaInspectorTest, FilesThatAreNoImagesHaveNoPixelSize)
+{
+    testing::writeText(dir / "notes.png", "just some text, not a picture\n");
+    testing::writeText(dir / "empty.png", "");
+    truncateCopy(testing::poster(16, 9), dir / "header-cut.png", 20);
+    truncateCopy(testing::poster(16, 9), dir / "signature-only.png", 8);
+    truncateCopy(testing::poster(16, 9), dir / "data-cut.png", std::filesystem::file_size(testing::poster(16, 9)) / 2);
+
+    EXPECT_EQ(inspector.imagePixelSize(dir / "notes.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "empty.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "header-cut.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "signature-only.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "data-cut.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "missing.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir.path()), std::nullopt);
+    // Media of other kinds are not posters, even though FFmpeg could decode a
+    // frame of the video.
+    EXPECT_EQ(inspector.imagePixelSize(testing::audio()), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(testing::video()), std::nullopt);
+}
+
+// Audio ----------------------------------------------------------------------
+
+TEST_F(FFmpegMediaInspectorTest, LosslessAudioHasItsExactLengthFormatAndChannels)
+{
+    auto wav = inspector.audioFileInfo(testing::audio({.seconds = 0.25, .sampleRate = 48000, .channels = 2}));
+    ASSERT_TRUE(wav) << wav.error();
+    EXPECT_EQ(wav->sampleRate, 48000);
+    EXPECT_EQ(wav->channelCount, 2);
+    EXPECT_EQ(wav->lengthFrames, 12000);
+
+    auto flac = inspector.audioFileInfo(
+        testing::audio({.seconds = 0.5, .sampleRate = 44100, .channels = 1, .container = "flac"}));
+    ASSERT_TRUE(flac) << flac.error();
+    EXPECT_EQ(flac->sampleRate, 44100);
+    EXPECT_EQ(flac->channelCount, 1);
+    EXPECT_EQ(flac->lengthFrames, 22050);
+}
+
+// Lossy encoders add priming and padding frames; the length must be that of
+// the audio that went in, not of what a naive decode yields.
+TEST_F(FFmpegMediaInspectorTest, LossyAudioLengthLeavesOutEncoderPriming)
+{
+    for (std::string container : {"m4a", "mp3", "ogg", "opus"}) {
+        SCOPED_TRACE(container);
+        auto info = inspector.audioFileInfo(testing::audio({.seconds = 0.25, .container = container}));
+        ASSERT_TRUE(info) << info.error();
+        EXPECT_EQ(info->sampleRate, 48000);
+        EXPECT_EQ(info->channelCount, 2);
+        EXPECT_EQ(info->lengthFrames, 12000);
+    }
+}
+
+TEST_F(FFmpegMediaInspectorTest, AWAVWithoutSampleFramesOpensWithLengthZero)
+{
+    auto info = inspector.audioFileInfo(testing::emptyWav());
+    ASSERT_TRUE(info) << info.error();
+    EXPECT_EQ(info->lengthFrames, 0);
+    EXPECT_EQ(info->sampleRate, 48000);
+    EXPECT_EQ(info->channelCount, 2);
+}
+
+TEST_F(FFmpegMediaInspectorTest, FilesWithoutAudioAreErrorsWithAReason)
+{
+    testing::writeText(dir / "notes.wav", "RIFF? no, just text\n");
+    testing::writeText(dir / "empty.wav", "");
+    for (const auto& file : {dir / "notes.wav", dir / "empty.wav", dir / "missing.wav", testing::poster(),
+             testing::video()}) {
+        auto info = inspector.audioFileInfo(file);
+        ASSERT_FALSE(info) << file << " was taken for audio";
+        EXPECT_FALSE(info.error().empty()) << file;
+    }
+}
+
+// Video probe ----------------------------------------------------------------
+
+TEST_F(FFmpegMediaInspectorTest, PlayableVideosPassTheProbe)
+{
+    EXPECT_EQ(inspector.probeVideo(testing::video()), std::nullopt);
+    EXPECT_EQ(inspector.probeVideo(testing::video({.exact = true})), std::nullopt);
+    EXPECT_EQ(inspector.probeVideo(testing::video({.width = 33, .height = 17, .container = "mov"})), std::nullopt);
+    EXPECT_EQ(inspector.probeVideo(testing::video({.fps = 1, .seconds = 1, .container = "mkv"})), std::nullopt);
+    EXPECT_EQ(inspector.probeVideo(testing::video({.container = "webm"})), std::nullopt);
+}
+
+TEST_F(FFmpegMediaInspectorTest, ProbeNamesTheStepAVideoFailsAt)
+{
+    testing::writeText(dir / "notes.mp4", "a text file under a video name\n");
+    testing::writeText(dir / "empty.mp4", "");
+
+    auto failureOf = [&](const std::filesystem::path& file) {
+        auto result = inspector.probeVideo(file);
+        return result ? std::optional(result->failure) : std::nullopt;
+    };
+    EXPECT_EQ(failureOf(dir / "notes.mp4"), VideoProbeFailure::notReadable);
+    EXPECT_EQ(failureOf(dir / "empty.mp4"), VideoProbeFailure::notReadable);
+    EXPECT_EQ(failureOf(dir / "missing.mp4"), VideoProbeFailure::notReadable);
+    EXPECT_EQ(failureOf(testing::audio({.container = "m4a"})), VideoProbeFailure::noVideoTrack);
+    // A WAV is no movie container at all.
+    EXPECT_EQ(failureOf(testing::audio()), VideoProbeFailure::notReadable);
+}
+
+// The header (moved to the front) survives, the frames do not.
+TEST_F(FFmpegMediaInspectorTest, AVideoCutOffBeforeItsFramesHasNoDecodableFrames)
+{
+    const auto& source = testing::video({.seconds = 1});
+    std::string listing = testing::runCommand("ffprobe -v error -show_entries packet=pos -select_streams v -of csv=p=0 "
+        + testing::shellQuoted(source.string()));
+    std::size_t firstPacket = std::stoul(listing);
+    truncateCopy(source, dir / "cut.mp4", firstPacket);
+
+    auto result = inspector.probeVideo(dir / "cut.mp4");
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->failure, VideoProbeFailure::noDecodableFrames);
+}
+
+// Only the given file is ever read -------------------------------------------
+
+TEST_F(FFmpegMediaInspectorTest, PlaylistsNamingAnotherVideoAreRefused)
+{
+    // Absolute locations: they resolve no matter what the file is opened as.
+    auto real = dir / "elsewhere" / "real.mp4";
+    testing::copyFile(testing::video(), real);
+    std::string playlist = "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.5,\n" + real.string()
+        + "\n#EXT-X-ENDLIST\n";
+    for (std::string name : {"clip.m3u8", "clip.mp4"}) {
+        SCOPED_TRACE(name);
+        auto file = dir / "package" / name;
+        testing::writeText(file, playlist);
+        ASSERT_NE(streamTypesSeenByFFprobe(file).find("video"), std::string::npos) << "the playlist is not a working one";
+
+        auto result = inspector.probeVideo(file);
+        ASSERT_TRUE(result) << "probed through the playlist";
+        EXPECT_EQ(result->failure, VideoProbeFailure::notReadable);
+    }
+
+    auto realAudio = dir / "elsewhere" / "real.m4a";
+    testing::copyFile(testing::audio({.container = "m4a"}), realAudio);
+    auto audioPlaylist = dir / "package" / "music.m4a";
+    testing::writeText(audioPlaylist,
+        "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.25,\nfile://" + realAudio.string() + "\n#EXT-X-ENDLIST\n");
+    ASSERT_NE(streamTypesSeenByFFprobe(audioPlaylist).find("audio"), std::string::npos);
+    EXPECT_FALSE(inspector.audioFileInfo(audioPlaylist));
+}
+
+TEST_F(FFmpegMediaInspectorTest, ConcatScriptsNamingAnotherFileAreRefused)
+{
+    testing::copyFile(testing::video(), dir / "real.mp4");
+    testing::copyFile(testing::audio(), dir / "real.wav");
+    testing::writeText(dir / "clip.mp4", "ffconcat version 1.0\nfile real.mp4\n");
+    testing::writeText(dir / "music.wav", "ffconcat version 1.0\nfile real.wav\n");
+    ASSERT_NE(streamTypesSeenByFFprobe(dir / "clip.mp4").find("video"), std::string::npos);
+    ASSERT_NE(streamTypesSeenByFFprobe(dir / "music.wav").find("audio"), std::string::npos);
+
+    auto result = inspector.probeVideo(dir / "clip.mp4");
+    ASSERT_TRUE(result) << "probed through the concat script";
+    EXPECT_EQ(result->failure, VideoProbeFailure::notReadable);
+    EXPECT_FALSE(inspector.audioFileInfo(dir / "music.wav"));
+}
+
+TEST_F(FFmpegMediaInspectorTest, ImageNamesAreNeverExpandedAsPatterns)
+{
+    testing::copyFile(testing::poster(16, 9), dir / "frame1.png");
+    testing::copyFile(testing::poster(16, 9), dir / "frame001.png");
+    // Nothing exists under the literal names, only files the patterns expand to.
+    EXPECT_EQ(inspector.imagePixelSize(dir / "frame%d.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "frame%03d.png"), std::nullopt);
+    EXPECT_EQ(inspector.imagePixelSize(dir / "frame*.png"), std::nullopt);
+
+    // A real picture under such a name is read as itself.
+    testing::copyFile(testing::poster(8, 4), dir / "frame%d.png");
+    EXPECT_EQ(inspector.imagePixelSize(dir / "frame%d.png"), (PixelSize{8, 4}));
+}
+
+TEST_F(FFmpegMediaInspectorTest, ANamedPipeIsRefusedWithoutWaitingForAWriter)
+{
+    auto fifo = dir / "poster.png";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(inspector.imagePixelSize(fifo), std::nullopt);
+    EXPECT_FALSE(inspector.audioFileInfo(fifo));
+    EXPECT_EQ(inspector.probeVideo(fifo)->failure, VideoProbeFailure::notReadable);
+}
+
+// The shared input ------------------------------------------------------------
+
+TEST(FFmpegInputTest, DecodesEveryFrameOfAStreamThenReportsTheEnd)
+{
+    av_log_set_level(AV_LOG_QUIET);
+    auto input = FFmpegInput::open(testing::video({.fps = 12, .seconds = 0.5}), MediaKind::video);
+    ASSERT_TRUE(input) << input.error();
+    const AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(input->bestStream(AVMEDIA_TYPE_AUDIO), nullptr);
+    auto decoder = FFmpegInput::openDecoder(*stream);
+    ASSERT_TRUE(decoder);
+    EXPECT_EQ((*decoder)->thread_count, 1);
+
+    auto frame = makeFrame();
+    int frames = 0;
+    int result = 0;
+    while ((result = input->decodeNext(**decoder, *stream, *frame)) == 0) {
+        EXPECT_EQ(frame->width, 32);
+        EXPECT_EQ(frame->height, 18);
+        ++frames;
+        av_frame_unref(frame.get());
+    }
+    EXPECT_EQ(result, AVERROR_EOF);
+    EXPECT_EQ(frames, 6);
+    EXPECT_EQ(input->decodeNext(**decoder, *stream, *frame), AVERROR_EOF);
+}
+
+TEST(FFmpegInputTest, EachKindAdmitsOnlyItsOwnFormats)
+{
+    av_log_set_level(AV_LOG_QUIET);
+    EXPECT_TRUE(FFmpegInput::open(testing::poster(), MediaKind::image));
+    EXPECT_FALSE(FFmpegInput::open(testing::poster(), MediaKind::video));
+    EXPECT_FALSE(FFmpegInput::open(testing::poster(), MediaKind::audio));
+    EXPECT_TRUE(FFmpegInput::open(testing::audio(), MediaKind::audio));
+    EXPECT_FALSE(FFmpegInput::open(testing::audio(), MediaKind::video));
+    EXPECT_TRUE(FFmpegInput::open(testing::video(), MediaKind::video));
+    EXPECT_FALSE(FFmpegInput::open(testing::video(), MediaKind::image));
+}
+
+} // namespace
+} // namespace hushmeadows
