@@ -1,0 +1,252 @@
+#include "SceneCore/Runtime/DecodingError.h"
+#include "SceneCore/Settings/HushmeadowsSettings.h"
+#include "SceneCore/Worlds/WorldManifest.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <limits>
+
+namespace hushmeadows {
+namespace {
+
+using Json = nlohmann::json;
+using namespace std::chrono_literals;
+
+// Every field away from its default, so a field that is dropped or mixed up
+// anywhere shows.
+HushmeadowsSettings everyFieldSet()
+{
+    return HushmeadowsSettings::make(0.25, 0.75, true, true, true, false, LaunchBehavior::enterAmbientMode, false,
+                                     Framing::wholeScene, false, "calm-lake",
+                                     {{"calm-lake", WorldMix{0.4, std::nullopt}}, {"night-rain", WorldMix{std::nullopt, 0.9}}},
+                                     {"night-rain", "calm-lake"}, TimeOfDay::night, SleepTimer::after30Minutes, true, 42, true,
+                                     LibraryTab::voxel, MusicStyle::classic, MusicStyle::classic);
+}
+
+HushmeadowsSettings decoded(const Json& json) { return HushmeadowsSettings::decode(json.dump()); }
+
+TEST(HushmeadowsSettings, EmptyObjectGivesTheDefaults)
+{
+    const auto& d = HushmeadowsSettings::defaultSettings();
+    EXPECT_EQ(HushmeadowsSettings::decode("{}"), d);
+    EXPECT_EQ(d, HushmeadowsSettings{});
+    EXPECT_FALSE(d.musicVolume);
+    EXPECT_FALSE(d.isMuted);
+    EXPECT_FALSE(d.screenSaverAudioEnabled);
+    EXPECT_TRUE(d.pixelPerfectScaling);
+    EXPECT_TRUE(d.showsMenuBarExtra);
+    EXPECT_EQ(d.framing, Framing::fill);
+    EXPECT_EQ(d.timeOfDay, TimeOfDay::automatic);
+    EXPECT_EQ(d.sleepTimer, SleepTimer::off);
+    EXPECT_EQ(d.launchBehavior, LaunchBehavior::showWindow);
+    EXPECT_EQ(d.musicStyleDefault, MusicStyle::studio);
+    EXPECT_FALSE(d.musicStyle);
+}
+
+TEST(HushmeadowsSettings, CaseNamesAreTheFileWords)
+{
+    auto s = decoded({{"launchBehavior", "enterAmbientMode"}, {"framing", "wholeScene"}, {"sleepTimer", "after60Minutes"},
+                      {"timeOfDay", "night"}, {"libraryTab", "voxel"}, {"musicStyle", "classic"}, {"musicStyleDefault", "classic"}});
+    EXPECT_EQ(s.launchBehavior, LaunchBehavior::enterAmbientMode);
+    EXPECT_EQ(s.framing, Framing::wholeScene);
+    EXPECT_EQ(s.sleepTimer, SleepTimer::after60Minutes);
+    EXPECT_EQ(s.timeOfDay, TimeOfDay::night);
+    EXPECT_EQ(s.libraryTab, LibraryTab::voxel);
+    EXPECT_EQ(s.musicStyle, MusicStyle::classic);
+    EXPECT_EQ(s.musicStyleDefault, MusicStyle::classic);
+    EXPECT_EQ(decoded({{"sleepTimer", "after15Minutes"}}).sleepTimer, SleepTimer::after15Minutes);
+    EXPECT_EQ(decoded({{"sleepTimer", "After15Minutes"}}).sleepTimer, SleepTimer::off);
+}
+
+TEST(HushmeadowsSettings, VolumesAreKeptWithinZeroToOne)
+{
+    EXPECT_EQ(decoded({{"musicVolume", 1.7}}).musicVolume, 1.0);
+    EXPECT_EQ(decoded({{"musicVolume", -0.2}}).musicVolume, 0.0);
+    EXPECT_EQ(decoded({{"ambienceVolume", 0.35}}).ambienceVolume, 0.35);
+    EXPECT_EQ(decoded({{"ambienceVolume", 3}}).ambienceVolume, 1.0);
+    EXPECT_FALSE(decoded({{"musicVolume", "loud"}}).musicVolume);
+    EXPECT_FALSE(decoded({{"musicVolume", true}}).musicVolume);
+
+    auto mixes = decoded({{"worldMixes", {{"a", {{"music", 2.5}, {"ambience", -1}}}}}}).worldMixes;
+    EXPECT_EQ(mixes.at("a"), (WorldMix{1.0, 0.0}));
+
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    auto made = HushmeadowsSettings::make(nan, infinity, false, false, false, std::nullopt, LaunchBehavior::showWindow, true,
+                                          Framing::fill, true, std::nullopt, {{"w", WorldMix{-infinity, 1.0000001}}}, {},
+                                          TimeOfDay::automatic, SleepTimer::off, false, 0, false, std::nullopt, std::nullopt,
+                                          MusicStyle::studio);
+    EXPECT_EQ(made.musicVolume, 0.0);
+    EXPECT_EQ(made.ambienceVolume, 0.0);
+    EXPECT_EQ(made.worldMixes.at("w"), (WorldMix{0.0, 1.0}));
+}
+
+TEST(HushmeadowsSettings, FavouritesKeepTheirFirstOccurrences)
+{
+    EXPECT_EQ(decoded({{"favouriteWorldIDs", {"a", "b", "a"}}}).favouriteWorldIDs, (std::vector<std::string>{"a", "b"}));
+    // An element that is not text costs only itself.
+    EXPECT_EQ(decoded({{"favouriteWorldIDs", Json::parse(R"(["c", 3, null, "a", "c"])")}}).favouriteWorldIDs,
+              (std::vector<std::string>{"c", "a"}));
+    auto made = everyFieldSet();
+    made.favouriteWorldIDs = {"x", "y", "x", "y", "z"};
+    EXPECT_EQ(made.normalized().favouriteWorldIDs, (std::vector<std::string>{"x", "y", "z"}));
+}
+
+TEST(HushmeadowsSettings, EachKeyFailsAloneAndOthersAreKept)
+{
+    const auto full = everyFieldSet().toJson();
+    const auto defaults = HushmeadowsSettings::defaultSettings().toJson();
+    ASSERT_EQ(full.size(), 21u);
+    // An object holding a Boolean is the wrong shape for every key (for
+    // worldMixes its one entry is not a mix, which leaves the map empty).
+    for (const Json& wrong : {Json{{"nested", true}}, Json(nullptr)}) {
+        for (const auto& [key, value] : full.items()) {
+            Json file = Json::parse(full.dump());
+            file[key] = wrong;
+            auto expected = full;
+            expected[key] = defaults[key];
+            EXPECT_EQ(decoded(file).toJson(), expected) << key << " = " << wrong.dump();
+        }
+    }
+
+    Json file = Json::parse(full.dump());
+    file["framing"] = "stretch";
+    file["someFutureKey"] = {1, 2};
+    auto expected = everyFieldSet();
+    expected.framing = Framing::fill;
+    EXPECT_EQ(decoded(file), expected);
+}
+
+TEST(HushmeadowsSettings, ABadWorldMixEntryCostsOnlyItself)
+{
+    auto mixes = decoded({{"worldMixes", {{"a", 0.5}, {"b", {{"music", "x"}, {"ambience", 0.25}}}, {"c", Json::object()}}}}).worldMixes;
+    EXPECT_EQ(mixes.size(), 2u);
+    EXPECT_EQ(mixes.at("b"), (WorldMix{std::nullopt, 0.25}));
+    EXPECT_EQ(mixes.at("c"), (WorldMix{}));
+}
+
+TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
+{
+    for (std::string_view text : {"", "[]", "[{}]", "3", "\"{}\"", "null", "{", "{} {}", "{\"a\":}"})
+        EXPECT_THROW(HushmeadowsSettings::decode(text), DecodingError) << text;
+    EXPECT_NO_THROW(HushmeadowsSettings::decode(" {\"musicVolume\": {}} "));
+}
+
+TEST(HushmeadowsSettings, EncodingRoundTripsEveryFieldAndWritesAbsentAsNull)
+{
+    auto full = everyFieldSet();
+    EXPECT_EQ(HushmeadowsSettings::decode(full.encode()), full);
+    const auto& d = HushmeadowsSettings::defaultSettings();
+    EXPECT_EQ(HushmeadowsSettings::decode(d.encode()), d);
+
+    auto json = Json::parse(d.encode());
+    EXPECT_TRUE(json.at("musicVolume").is_null());
+    EXPECT_TRUE(json.at("libraryTab").is_null());
+    EXPECT_TRUE(json.at("musicStyle").is_null());
+
+    std::vector<std::string> keys;
+    const auto ordered = d.toJson();
+    for (const auto& [key, value] : ordered.items())
+        keys.push_back(key);
+    EXPECT_EQ(keys, (std::vector<std::string>{
+                        "musicVolume", "ambienceVolume", "isMuted", "screenSaverAudioEnabled", "screenSaverAllDisplays",
+                        "screenSaverChosen", "launchBehavior", "pixelPerfectScaling", "framing", "showsMenuBarExtra",
+                        "selectedWorldID", "worldMixes", "favouriteWorldIDs", "timeOfDay", "sleepTimer", "welcomeSeen",
+                        "longAmbientSessions", "reviewRequested", "libraryTab", "musicStyle", "musicStyleDefault"}));
+
+    // A record assigned out of range is written normalized.
+    auto loud = d;
+    loud.musicVolume = 4;
+    EXPECT_EQ(HushmeadowsSettings::decode(loud.encode()).musicVolume, 1.0);
+}
+
+TEST(HushmeadowsSettings, TimeOfDayPhase)
+{
+    auto utc = Calendar::fixedOffset(0s);
+    auto midnight = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1};
+    auto at = [&](int hour) { return midnight + std::chrono::hours(hour); };
+    TimeOfDay automatic = TimeOfDay::automatic;
+    EXPECT_EQ(automatic.phase(at(6) + 59min, utc), DayPhase::night);
+    EXPECT_EQ(automatic.phase(at(7), utc), DayPhase::day);
+    EXPECT_EQ(automatic.phase(at(18) + 59min, utc), DayPhase::day);
+    EXPECT_EQ(automatic.phase(at(19), utc), DayPhase::night);
+    // The hour is the calendar's: 17:00 UTC is 19:00 two hours east.
+    EXPECT_EQ(automatic.phase(at(17), Calendar::fixedOffset(2h)), DayPhase::night);
+    EXPECT_EQ(TimeOfDay(TimeOfDay::day).phase(at(2), utc), DayPhase::day);
+    EXPECT_EQ(TimeOfDay(TimeOfDay::night).phase(at(12), utc), DayPhase::night);
+}
+
+WorldManifest worldWith(std::optional<double> music, std::optional<double> ambience)
+{
+    WorldManifest world;
+    world.id = "calm-lake";
+    if (music)
+        world.audio.music = WorldManifest::Track{"music.m4a", *music, std::nullopt};
+    if (ambience)
+        world.audio.ambience = WorldManifest::Track{"ambience.m4a", *ambience, std::nullopt};
+    return world;
+}
+
+TEST(HushmeadowsSettings, LevelIsTheWorldsOwnElseGlobalElseBuiltIn)
+{
+    HushmeadowsSettings s;
+    auto world = worldWith(0.3, 0.6);
+    EXPECT_EQ(s.musicLevel(world), 0.3);
+    EXPECT_EQ(s.ambienceLevel(world), 0.6);
+    EXPECT_EQ(s.musicLevel(worldWith(std::nullopt, std::nullopt)), HushmeadowsSettings::fallbackMusicLevel);
+    EXPECT_EQ(s.ambienceLevel(worldWith(std::nullopt, std::nullopt)), HushmeadowsSettings::fallbackAmbienceLevel);
+
+    s.setMusicLevel(0.8);
+    EXPECT_EQ(s.musicLevel(world), 0.8);
+    EXPECT_EQ(s.ambienceLevel(world), 0.6);
+
+    // A world's own level replaces the global one, above or below it.
+    s.setMusicLevel(0.95, "calm-lake");
+    s.setAmbienceLevel(0.1, "calm-lake");
+    EXPECT_EQ(s.musicLevel(world), 0.95);
+    EXPECT_EQ(s.ambienceLevel(world), 0.1);
+    EXPECT_EQ(s.musicLevel("other", 0.3), 0.8);
+    EXPECT_EQ(s.ambienceLevel("other", 0.3), 0.3);
+    EXPECT_EQ(s.musicLevel("other", 1.5), 0.8);
+    EXPECT_EQ(s.ambienceLevel("other", 1.5), 1.0);
+}
+
+TEST(HushmeadowsSettings, LevelMutatorsClampAndClear)
+{
+    HushmeadowsSettings s;
+    s.setMusicLevel(1.4);
+    s.setAmbienceLevel(-3);
+    EXPECT_EQ(s.musicVolume, 1.0);
+    EXPECT_EQ(s.ambienceVolume, 0.0);
+    s.setMusicLevel(std::nullopt);
+    EXPECT_FALSE(s.musicVolume);
+
+    s.setMusicLevel(7, "w");
+    s.setAmbienceLevel(0.5, "w");
+    EXPECT_EQ(s.worldMixes.at("w"), (WorldMix{1.0, 0.5}));
+    s.setMusicLevel(std::nullopt, "w");
+    EXPECT_EQ(s.worldMixes.at("w"), (WorldMix{std::nullopt, 0.5}));
+    s.setAmbienceLevel(std::nullopt, "w");
+    EXPECT_FALSE(s.worldMixes.contains("w"));
+    s.setAmbienceLevel(std::nullopt, "never-set");
+    EXPECT_TRUE(s.worldMixes.empty());
+}
+
+TEST(HushmeadowsSettings, ToggleFavouriteAddsAtTheEndOrRemoves)
+{
+    HushmeadowsSettings s;
+    EXPECT_TRUE(s.toggleFavourite("a"));
+    EXPECT_TRUE(s.toggleFavourite("b"));
+    EXPECT_TRUE(s.toggleFavourite("c"));
+    EXPECT_FALSE(s.toggleFavourite("b"));
+    EXPECT_EQ(s.favouriteWorldIDs, (std::vector<std::string>{"a", "c"}));
+    EXPECT_TRUE(s.toggleFavourite("b"));
+    EXPECT_EQ(s.favouriteWorldIDs, (std::vector<std::string>{"a", "c", "b"}));
+    EXPECT_TRUE(s.isFavourite("c"));
+    EXPECT_FALSE(s.isFavourite("d"));
+}
+
+} // namespace
+} // namespace hushmeadows
