@@ -1,6 +1,29 @@
 #include "HushmeadowsSaver/WorldChoice.h"
 
+#include "SceneCore/Settings/AppDataFolder.h"
+
 namespace hushmeadows {
+
+std::vector<WorldsFolder> linuxWorldsFolders(const Environment& environment, const std::optional<std::filesystem::path>& bundledWorlds)
+{
+    std::vector<WorldsFolder> folders;
+    folders.push_back({AppDataFolder::directory(AppDataFolder::Kind::applicationData, environment) / "Worlds", "direct"});
+    std::string dirs = environment.xdgDataDirs.value_or("/usr/local/share/:/usr/share/");
+    std::size_t start = 0;
+    while (start <= dirs.size()) {
+        auto end = dirs.find(':', start);
+        if (end == std::string::npos)
+            end = dirs.size();
+        std::filesystem::path dir = dirs.substr(start, end - start);
+        // Relative entries are invalid under the XDG rules and are skipped.
+        if (dir.is_absolute())
+            folders.push_back({dir / "hushmeadows" / "Worlds", "direct"});
+        start = end + 1;
+    }
+    if (bundledWorlds)
+        folders.push_back({*bundledWorlds, "fallback"});
+    return folders;
+}
 
 WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaInspector& media)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Settings/Environment.h"
 #include "SceneCore/Settings/HushmeadowsSettings.h"
 #include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
@@ -29,6 +30,12 @@ struct WorldsFolder {
     std::filesystem::path path;
     std::string source;
 };
+
+// The worlds folders of a Linux installation, in precedence order: the user's
+// $XDG_DATA_HOME/hushmeadows/Worlds, each $XDG_DATA_DIRS entry's
+// hushmeadows/Worlds (by default /usr/local/share and /usr/share), all with the
+// source "direct", then the program's own bundled folder, "fallback".
+std::vector<WorldsFolder> linuxWorldsFolders(const Environment& environment, const std::optional<std::filesystem::path>& bundledWorlds);
 
 // Builds the library from the folders in order and picks the settings'
 // selectedWorldID when that world is found, else the first world.

@@ -1,8 +1,10 @@
 #include "Apps/hushmeadows/CheckCommand.h"
+#include "Apps/hushmeadows/ListCommand.h"
+#include "Apps/hushmeadows/SettingsCommand.h"
 #include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/LinuxEnvironment.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -10,7 +12,10 @@ namespace {
 
 constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
                               "commands:\n"
-                              "  check [--media] PATH...   check world packages as the saver would load them\n";
+                              "  check [--media] PATH...        check world packages as the saver would load them\n"
+                              "  list [--file SETTINGS]         the worlds the saver finds, the chosen one marked\n"
+                              "  settings [--file PATH]         the effective settings\n"
+                              "  settings set KEY VALUE [--file PATH]\n";
 
 } // namespace
 
@@ -20,13 +25,17 @@ int main(int argc, char** argv)
         std::fputs(usage, stderr);
         return 2;
     }
+    hushmeadows::LinuxEnvironment::install();
     std::string command = argv[1];
     std::vector<std::string> arguments(argv + 2, argv + argc);
+    hushmeadows::FFmpegMediaInspector media;
 
-    if (command == "check") {
-        hushmeadows::FFmpegMediaInspector media;
+    if (command == "check")
         return hushmeadows::runCheckCommand(arguments, media, stdout, stderr);
-    }
+    if (command == "list")
+        return hushmeadows::runListCommand(arguments, media, stdout, stderr);
+    if (command == "settings")
+        return hushmeadows::runSettingsCommand(arguments, stdout, stderr);
     if (command == "--help" || command == "-h" || command == "help") {
         std::fputs(usage, stdout);
         return 0;
