@@ -1,0 +1,209 @@
+#include "SceneCore/Sound/StudioMusic.h"
+
+#include "SceneCore/Runtime/JsonReader.h"
+#include "SceneCore/Runtime/Log.h"
+
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+namespace hushmeadows {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Path = std::vector<std::string>;
+
+StudioMusic::Manifest::Track decodeTrack(const Json& value, const Path& path)
+{
+    JsonReader reader(value, path);
+    StudioMusic::Manifest::Track track;
+    track.file = reader.required<std::string>("file", json::string);
+    track.frames = reader.optional<std::int64_t>("frames", json::integer);
+    auto entries = reader.optional<std::vector<std::int64_t>>("entryPoints", [](const Json& v, const Path& p) {
+        return json::array<std::int64_t>(v, p, [](const Json& e, const Path& ep) {
+            JsonReader entry(e, ep);
+            return entry.required<std::int64_t>("frame", json::integer);
+        });
+    });
+    track.entryPoints = entries.value_or(std::vector<std::int64_t>{});
+    return track;
+}
+
+fs::path resolved(const fs::path& path)
+{
+    std::error_code error;
+    auto result = fs::weakly_canonical(path, error);
+    return error ? path.lexically_normal() : result;
+}
+
+bool isInside(const fs::path& candidate, const fs::path& folder)
+{
+    std::string prefix = folder.string();
+    if (prefix.empty() || prefix.back() != '/')
+        prefix.push_back('/');
+    return candidate.string().starts_with(prefix);
+}
+
+std::optional<std::string> readLimited(const fs::path& file)
+{
+    std::error_code error;
+    if (!fs::is_regular_file(file, error))
+        return std::nullopt;
+    auto size = fs::file_size(file, error);
+    if (error || size > StudioMusic::manifestSizeLimit)
+        return std::nullopt;
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        return std::nullopt;
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+} // namespace
+
+StudioMusic::Manifest StudioMusic::Manifest::decode(std::string_view data)
+{
+    Json value = parseJson(data);
+    JsonReader reader(value, {});
+    Manifest manifest;
+    manifest.formatVersion = reader.required<std::int64_t>("formatVersion", json::integer);
+    manifest.world = reader.required<std::string>("world", json::string);
+    manifest.style = reader.optional<std::string>("style", json::string);
+    manifest.tracks = reader.required<std::map<std::string, Track>>("tracks", [](const Json& v, const Path& p) {
+        return json::object<Track>(v, p, decodeTrack);
+    });
+    return manifest;
+}
+
+Json StudioMusic::Manifest::toJson() const
+{
+    Json trackObjects = Json::object();
+    for (const auto& [key, track] : tracks) {
+        Json item{{"file", track.file}};
+        if (track.frames)
+            item["frames"] = *track.frames;
+        Json entries = Json::array();
+        for (auto frame : track.entryPoints)
+            entries.push_back(Json{{"frame", frame}});
+        item["entryPoints"] = entries;
+        trackObjects[key] = item;
+    }
+    Json out{{"formatVersion", formatVersion}, {"world", world}, {"tracks", trackObjects}};
+    if (style)
+        out["style"] = *style;
+    return out;
+}
+
+fs::path StudioMusic::overlayRoot(const fs::path& worldsDirectory)
+{
+    fs::path directory = worldsDirectory;
+    if (!directory.has_filename())
+        directory = directory.parent_path();
+    return directory.parent_path() / folderName;
+}
+
+std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const fs::path& worldsDirectory, const MediaInspector& media)
+{
+    fs::path root = overlayRoot(worldsDirectory);
+    fs::path folder = root / worldID;
+    fs::path manifestURL = folder / manifestFileName;
+    std::error_code error;
+    if (!fs::exists(manifestURL, error))
+        return std::nullopt;
+
+    auto text = readLimited(manifestURL);
+    std::optional<Manifest> manifest;
+    if (text) {
+        try {
+            manifest = Manifest::decode(*text);
+        } catch (const DecodingError&) {
+        }
+    }
+    if (!manifest) {
+        Log::audio.error("Studio music for %{public}s: studio.json is unreadable; using Classic", worldID);
+        return std::nullopt;
+    }
+    if (manifest->formatVersion != 1 || manifest->world != worldID || (manifest->style && *manifest->style != "studio")) {
+        Log::audio.error("Studio music for %{public}s: studio.json doesn't match this world or format; using Classic", worldID);
+        return std::nullopt;
+    }
+
+    fs::path resolvedRoot = resolved(root);
+    fs::path resolvedFolder = resolved(folder);
+    if (!isInside(resolvedFolder, resolvedRoot)) {
+        Log::audio.error("Studio music for %{public}s: its folder links outside the overlay; using Classic", worldID);
+        return std::nullopt;
+    }
+
+    StudioMusic studio;
+    studio.worldID = worldID;
+    studio.folderURL = folder;
+    for (const auto& [key, track] : manifest->tracks) {
+        fs::path file = resolved(folder / track.file);
+        std::optional<AudioFileInfo> info;
+        if (isInside(file, resolvedFolder) && fs::is_regular_file(file, error)) {
+            auto opened = media.audioFileInfo(file);
+            if (opened)
+                info = *opened;
+        }
+        bool usable = info && info->lengthFrames >= 1 && info->sampleRate > 0
+            && static_cast<double>(info->lengthFrames) / info->sampleRate > 0
+            && (!track.frames || *track.frames == info->lengthFrames);
+        if (!usable) {
+            Log::audio.error("Studio music for %{public}s: the %{public}s track is missing, unreadable or not the expected file", worldID, key);
+            return std::nullopt;
+        }
+        studio.tracks[key] = file;
+        std::vector<std::int64_t> entries;
+        for (auto frame : track.entryPoints)
+            if (frame >= 0 && frame < info->lengthFrames)
+                entries.push_back(frame);
+        studio.entryPoints[file] = std::move(entries);
+    }
+    return studio;
+}
+
+namespace {
+std::mutex cacheMutex;
+std::map<std::string, std::optional<StudioMusic>>& cache()
+{
+    static std::map<std::string, std::optional<StudioMusic>> entries;
+    return entries;
+}
+} // namespace
+
+std::optional<StudioMusic> StudioMusic::load(const WorldPackage& world, const MediaInspector& media)
+{
+    {
+        std::lock_guard lock(cacheMutex);
+        if (auto it = cache().find(world.id()); it != cache().end())
+            return it->second;
+    }
+    auto studio = load(world.id(), world.rootURL().parent_path(), media);
+    std::lock_guard lock(cacheMutex);
+    cache().emplace(world.id(), studio);
+    return studio;
+}
+
+void StudioMusic::clearCache()
+{
+    std::lock_guard lock(cacheMutex);
+    cache().clear();
+}
+
+std::optional<fs::path> StudioMusic::url(std::optional<DayPhase> phase) const
+{
+    if (phase) {
+        auto it = tracks.find(*phase == DayPhase::night ? "night" : "day");
+        if (it != tracks.end())
+            return it->second;
+    }
+    if (auto it = tracks.find("main"); it != tracks.end())
+        return it->second;
+    return std::nullopt;
+}
+
+} // namespace hushmeadows
