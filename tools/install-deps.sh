@@ -4,10 +4,10 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config git
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev ffmpeg
-  libsdl2-dev nlohmann-json3-dev libfmt-dev
+  libsdl2-dev nlohmann-json3-dev libfmt-dev libsystemd-dev libxext-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  xvfb x11-utils x11-apps imagemagick sox pulseaudio pulseaudio-utils
+  xvfb x11-utils x11-apps x11-xserver-utils imagemagick sox pulseaudio pulseaudio-utils dbus-daemon dbus-bin
 )
 missing=()
 for p in "${packages[@]}"; do
