@@ -34,7 +34,7 @@ public:
     long framesDisplayed() const override { return framesDisplayed_; }
 
     // Lays the picture out again; call when the surface's size changes.
-    void layout();
+    void layout() override;
 
     bool pixelPerfect() const { return pixelPerfect_; }
     bool fillsView() const { return fillsView_; }

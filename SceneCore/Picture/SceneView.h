@@ -19,6 +19,8 @@ public:
     virtual void play() = 0;
     // One frame tick: pull the newest decoded frame into view.
     virtual void pumpFrame() = 0;
+    // Lays the picture out again, after the view's size changed.
+    virtual void layout() = 0;
     // Removes observers and unloads the world; the view is black afterwards.
     virtual void tearDown() = 0;
 

@@ -80,6 +80,7 @@ public:
     void load(const WorldPackage& world) override;
     void play() override;
     void pumpFrame() override;
+    void layout() override { ++layouts; }
     void tearDown() override;
     bool isPlaying() const override { return playing; }
     long loopCount() const override { return 0; }
@@ -90,6 +91,7 @@ public:
     bool fillsView = false;
     bool playing = false;
     long frames = 0;
+    int layouts = 0;
     std::string worldID;
 
 private:
