@@ -1,0 +1,301 @@
+#include "SceneCore/Runtime/ManualRunLoop.h"
+#include "SceneCore/Sound/LoopStreamer.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManualSerialQueue.h"
+#include "tests/support/OfflineAudio.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+namespace hushmeadows {
+namespace {
+
+using testing::OfflineGraph;
+using testing::StereoSignal;
+
+// At this rate a buffer holds 4,000 frames, so files stay small.
+constexpr double rate = 1000;
+
+float leftAt(std::int64_t frame) { return static_cast<float>(frame + 1); }
+float rightAt(std::int64_t frame) { return -static_cast<float>(frame + 1); }
+
+// A file at the port whose frame i is (i + 1, -(i + 1)), and whose reads can
+// be made to fail or come up short at chosen positions.
+class FakeAudioFile final : public AudioFile {
+public:
+    enum class Fault { error, shortRead };
+    struct Shared {
+        int reads = 0;
+        // Position → fault, used up when it strikes.
+        std::map<std::int64_t, Fault> faults;
+    };
+
+    FakeAudioFile(std::int64_t length, std::shared_ptr<Shared> shared)
+        : length_(length)
+        , shared_(std::move(shared))
+    {
+    }
+
+    AudioFormat processingFormat() const override { return AudioFormat{rate, 2}; }
+    std::int64_t length() const override { return length_; }
+    std::int64_t framePosition() const override { return position_; }
+    void setFramePosition(std::int64_t frame) override { position_ = std::clamp<std::int64_t>(frame, 0, length_); }
+    std::expected<void, std::string> read(PCMBuffer& buffer, std::uint32_t frames) override
+    {
+        ++shared_->reads;
+        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>({frames, buffer.frameCapacity(), length_ - position_}));
+        if (auto fault = shared_->faults.find(position_); fault != shared_->faults.end()) {
+            Fault kind = fault->second;
+            shared_->faults.erase(fault);
+            if (kind == Fault::error)
+                return std::unexpected(std::string("damaged block"));
+            count /= 2;
+        }
+        for (std::uint32_t i = 0; i < count; ++i) {
+            buffer.channelData(0)[i] = leftAt(position_ + i);
+            buffer.channelData(1)[i] = rightAt(position_ + i);
+        }
+        buffer.setFrameLength(count);
+        position_ += count;
+        return {};
+    }
+
+private:
+    std::int64_t length_;
+    std::int64_t position_ = 0;
+    std::shared_ptr<Shared> shared_;
+};
+
+class LoopStreamerTest : public ::testing::Test {
+protected:
+    ManualRunLoop loop;
+    OfflineGraph graph{loop, rate, 500};
+    std::shared_ptr<FakeAudioFile::Shared> file = std::make_shared<FakeAudioFile::Shared>();
+    testing::ManualSerialQueue* queue = nullptr;
+    std::unique_ptr<LoopStreamer> streamer;
+    std::shared_ptr<AudioPlayerNode> node = graph.addPlayer();
+
+    void make(std::int64_t length)
+    {
+        auto owned = std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel);
+        queue = owned.get();
+        auto made = LoopStreamer::make("/music/long-song.flac", std::make_unique<FakeAudioFile>(length, file), std::move(owned));
+        ASSERT_TRUE(made) << made.error();
+        streamer = std::move(*made);
+    }
+
+    // Renders as a device would, letting completions and the queue run between quanta.
+    StereoSignal play(std::int64_t frames)
+    {
+        return graph.render(frames, [this] {
+            queue->runAll();
+            loop.runPending();
+        });
+    }
+
+    // The rendered frames are the file's frames `expected` (a list of file positions).
+    static void expectFrames(const StereoSignal& out, std::size_t from, const std::vector<std::int64_t>& expected)
+    {
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            ASSERT_EQ(out.left[from + i], leftAt(expected[i])) << "output frame " << from + i;
+            ASSERT_EQ(out.right[from + i], rightAt(expected[i])) << "output frame " << from + i;
+        }
+    }
+    static std::vector<std::int64_t> range(std::int64_t from, std::int64_t to)
+    {
+        std::vector<std::int64_t> frames;
+        for (std::int64_t f = from; f < to; ++f)
+            frames.push_back(f);
+        return frames;
+    }
+    static std::vector<std::int64_t> concat(std::initializer_list<std::vector<std::int64_t>> parts)
+    {
+        std::vector<std::int64_t> all;
+        for (const auto& part : parts)
+            all.insert(all.end(), part.begin(), part.end());
+        return all;
+    }
+};
+
+TEST_F(LoopStreamerTest, StartsMidFileThenWrapsToFrameZeroWithBuffersThatNeverSpanTheLoopPoint)
+{
+    make(10'000);
+    EXPECT_EQ(streamer->capacity(), 4000u);
+    EXPECT_EQ(streamer->residentBytes(), 4000 * 3 * 2 * 4);
+    EXPECT_EQ(streamer->format(), (AudioFormat{rate, 2}));
+    node->play();
+    streamer->start(node, 7000);
+    EXPECT_EQ(streamer->scheduledCount(), 0) << "start works on the queue";
+    queue->runAll();
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{3000, 4000, 4000}));
+    EXPECT_EQ(streamer->resumeFrame(), 7000);
+
+    StereoSignal out = play(3500);
+    // The first buffer is done and replaced by the next one, 8000 ..< 10000.
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{4000, 4000, 2000}));
+    EXPECT_EQ(streamer->resumeFrame(), 0);
+    StereoSignal more = play(18'500);
+    out.left.insert(out.left.end(), more.left.begin(), more.left.end());
+    out.right.insert(out.right.end(), more.right.begin(), more.right.end());
+    std::vector<std::int64_t> expected;
+    for (std::int64_t n = 0; n < 22'000; ++n)
+        expected.push_back((7000 + n) % 10'000);
+    expectFrames(out, 0, expected);
+    EXPECT_EQ(streamer->underrunCount(), 0);
+    EXPECT_EQ(streamer->readErrorCount(), 0);
+    // 3000 + 4000 + 4000 + 2000 + 4000 + 4000 + 2000 + … : 22,000 frames take 7 buffers, 3 more lie ahead.
+    EXPECT_EQ(streamer->scheduledCount(), 9);
+    EXPECT_EQ(streamer->resumeFrame(), (7000 + 22'000) % 10'000 - 1000) << "the oldest buffer in flight started at 8000";
+}
+
+TEST_F(LoopStreamerTest, PrimingBeyondTheEndStartsAtTheLastFrameAndAStartThereReadsNothing)
+{
+    make(10'000);
+    ASSERT_TRUE(streamer->prime(25'000));
+    EXPECT_EQ(file->reads, 3);
+    node->play();
+    streamer->start(node, 25'000);
+    queue->runAll();
+    EXPECT_EQ(file->reads, 3) << "the primed buffers are used as they are";
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{1, 4000, 4000}));
+    StereoSignal out = play(9000);
+    expectFrames(out, 0, concat({{9999}, range(0, 8999)}));
+
+    // Priming one frame and starting from another reads afresh.
+    streamer->stop();
+    node->stop();
+    loop.runPending();
+    ASSERT_TRUE(streamer->prime(0));
+    int reads = file->reads;
+    node->play();
+    streamer->start(node, 500);
+    queue->runAll();
+    EXPECT_EQ(file->reads, reads + 3);
+    out = play(4000);
+    expectFrames(out, 0, range(500, 4500));
+}
+
+TEST_F(LoopStreamerTest, AFileShorterThanABufferLoopsWholeInEveryBuffer)
+{
+    make(2500);
+    EXPECT_EQ(streamer->capacity(), 2500u);
+    node->play();
+    streamer->start(node, 0);
+    queue->runAll();
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{2500, 2500, 2500}));
+    StereoSignal out = play(12'000);
+    std::vector<std::int64_t> expected;
+    for (std::int64_t n = 0; n < 12'000; ++n)
+        expected.push_back(n % 2500);
+    expectFrames(out, 0, expected);
+}
+
+TEST_F(LoopStreamerTest, AFailedReadRestartsOnceFromZeroAndASecondFailureEndsTheStream)
+{
+    testing::LogCapture log;
+    make(10'000);
+    int failures = 0;
+    streamer->setFailureHandler([&] { ++failures; });
+    file->faults[4000] = FakeAudioFile::Fault::error;
+    node->play();
+    streamer->start(node, 0);
+    queue->runAll();
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{4000, 4000, 4000}));
+    EXPECT_EQ(log.lines("audio"), (std::vector<std::string>{"Streaming long-song.flac failed at frame 4000: damaged block"}));
+    EXPECT_EQ(log.lines("audio", false), (std::vector<std::string>{"Streaming long-song.flac failed at frame 4000: <private>"}));
+    EXPECT_EQ(failures, 0) << "the retry from frame 0 succeeded";
+
+    // After the recovery, the next failure ends it: no second retry.
+    file->faults[8000] = FakeAudioFile::Fault::shortRead;
+    StereoSignal out = play(16'000);
+    expectFrames(out, 0, concat({range(0, 4000), range(0, 4000), range(4000, 8000)}));
+    for (std::size_t n = 12'000; n < out.size(); ++n)
+        ASSERT_EQ(out.left[n], 0.0f) << "nothing is scheduled after the failure, frame " << n;
+    EXPECT_EQ(failures, 1);
+    EXPECT_TRUE(streamer->hasFailed());
+    EXPECT_EQ(streamer->readErrorCount(), 1);
+    EXPECT_EQ(streamer->scheduledCount(), 3);
+    EXPECT_EQ(log.lines("audio").back(), "Streaming long-song.flac: short read at frame 8000");
+
+    // A new run may try again.
+    streamer->stop();
+    streamer->start(node, 0);
+    queue->runAll();
+    EXPECT_FALSE(streamer->hasFailed());
+    EXPECT_EQ(streamer->inFlight().size(), 3u);
+}
+
+TEST_F(LoopStreamerTest, AFailureAtFrameZeroIsNotRetriedAndTheHandlerHearsOnce)
+{
+    testing::LogCapture log;
+    make(10'000);
+    int failures = 0;
+    streamer->setFailureHandler([&] { ++failures; });
+    file->faults[0] = FakeAudioFile::Fault::shortRead;
+    node->play();
+    streamer->start(node, 0);
+    queue->runAll();
+    EXPECT_EQ(failures, 1);
+    EXPECT_EQ(streamer->scheduledCount(), 0);
+    EXPECT_EQ(streamer->readErrorCount(), 1);
+    EXPECT_EQ(log.lines("audio"), (std::vector<std::string>{"Streaming long-song.flac: short read at frame 0"}));
+    // Priming fails the same way and keeps nothing.
+    file->faults[0] = FakeAudioFile::Fault::error;
+    EXPECT_FALSE(streamer->prime(0));
+    EXPECT_EQ(failures, 1) << "priming reports by its result, not the handler";
+}
+
+TEST_F(LoopStreamerTest, LateCompletionsOfAStoppedRunChangeNothing)
+{
+    make(10'000);
+    node->play();
+    streamer->start(node, 0);
+    queue->runAll();
+    StereoSignal out = play(1000);
+    streamer->stop();
+    std::int64_t resume = streamer->resumeFrame();
+    EXPECT_EQ(resume, 0);
+
+    // The node plays on through the end of the first buffer: its completion comes late.
+    out = play(4000);
+    EXPECT_EQ(streamer->scheduledCount(), 3);
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{4000, 4000, 2000}));
+    EXPECT_EQ(streamer->resumeFrame(), resume);
+
+    // A new run, while the old run's buffers are dropped and completed late.
+    node->stop();
+    node->play();
+    streamer->start(node, 3000);
+    queue->runAll();
+    loop.runPending(); // the dropped buffers' completions
+    queue->runAll();
+    EXPECT_EQ(streamer->scheduledCount(), 6) << "old completions never feed the new run";
+    EXPECT_EQ(streamer->inFlight(), (std::vector<std::uint32_t>{4000, 3000, 4000}));
+    out = play(8000);
+    expectFrames(out, 0, concat({range(3000, 10'000), range(0, 1000)}));
+
+    // Completions that arrive after the streamer is gone do nothing either.
+    streamer.reset();
+    out = graph.render(8000);
+    EXPECT_EQ(out.left[0], leftAt(1000));
+}
+
+TEST_F(LoopStreamerTest, AnEmptyFileIsRefusedAndOpeningErrorsPassThrough)
+{
+    auto made = LoopStreamer::make("/music/empty.wav", std::make_unique<FakeAudioFile>(0, file),
+                                   std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel));
+    ASSERT_FALSE(made);
+    EXPECT_EQ(made.error(), "empty file");
+
+    AudioFileOpener refuse = [](const std::filesystem::path&, double) -> std::expected<std::unique_ptr<AudioFile>, std::string> {
+        return std::unexpected(std::string("not a readable media file"));
+    };
+    made = LoopStreamer::make("/music/x.mp3", refuse, rate, std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel));
+    ASSERT_FALSE(made);
+    EXPECT_EQ(made.error(), "not a readable media file");
+}
+
+} // namespace
+} // namespace hushmeadows
