@@ -1,0 +1,297 @@
+#pragma once
+
+#include "SceneCore/Runtime/RunLoop.h"
+#include "SceneCore/Runtime/SerialQueue.h"
+#include "SceneCore/Sound/AudioFile.h"
+#include "SceneCore/Sound/AudioGraph.h"
+#include "SceneCore/Sound/LoopStreamer.h"
+#include "SceneCore/Sound/PCMBuffer.h"
+#include "SceneCore/Worlds/WorldPackage.h"
+
+#include <cstdint>
+#include <expected>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace hushmeadows {
+
+// Plays a world's sound: one looping music layer and one looping ambience
+// layer, mixed by an audio graph engine made for each session of sound.
+// Master fades, equal-power crossfades of either layer, mute, and recovery
+// when the output device changes.
+//
+// It never fails loudly: every problem goes to the audio log and the engine
+// falls back to something quieter, at worst silence.
+//
+// Threads: everything is called and runs on the main run loop. Files are
+// decoded by background work whose results come back to the main loop; long
+// music is streamed by a LoopStreamer on its own queue. Every asynchronous
+// continuation carries a generation and does nothing once it has changed.
+class AmbientAudioEngine {
+public:
+    enum class State { idle, loading, playing, stopping };
+
+    using MusicSource = std::variant<std::shared_ptr<PCMBuffer>, std::shared_ptr<LoopStreamer>>;
+
+    // Runs work off the main thread (any thread, any order with other work).
+    using BackgroundRunner = std::function<void(std::function<void()> work)>;
+    // Makes a serial queue with the given label. Called off the main thread.
+    using SerialQueueFactory = std::function<std::unique_ptr<SerialQueue>(const std::string& label)>;
+    // The frames at which a music file may begin (frames at the graph's rate);
+    // empty when it names none.
+    using EntryPointLookup = std::function<std::vector<std::int64_t>(const std::filesystem::path& music)>;
+
+    struct Services {
+        // Must outlive the engine and every engine it makes.
+        RunLoop& mainLoop;
+        // Makes one graph engine per session of sound, running at sampleRate
+        // (the graph does not convert rates).
+        AudioEngineFactory makeEngine;
+        AudioFileOpener openFile;
+        BackgroundRunner runInBackground;
+        SerialQueueFactory makeSerialQueue;
+        // Blocks the calling thread; only silenceNow uses it.
+        std::function<void(double seconds)> sleep;
+        // The rate files are decoded at: the graph's rate.
+        double sampleRate = 48000;
+        // Set: every engine renders offline in this format (its rate replaces
+        // sampleRate), on request through renderOffline.
+        std::optional<AudioFormat> offlineFormat;
+        // May be empty: then music always begins at frame 0.
+        EntryPointLookup entryPoints;
+    };
+
+    // What decoding needs; copied into background work.
+    struct Decoder {
+        AudioFileOpener openFile;
+        double sampleRate = 48000;
+        SerialQueueFactory makeSerialQueue;
+    };
+
+    // The result of loading: either layer may be absent.
+    struct LoadedSources {
+        std::optional<MusicSource> music;
+        // Where the music begins, and for buffered music that begins past its
+        // first frame, the rest of the first pass (played once, before the loop).
+        std::int64_t musicFrame = 0;
+        std::shared_ptr<PCMBuffer> musicLeadIn;
+        std::shared_ptr<PCMBuffer> ambience;
+    };
+
+    // The running master fade.
+    struct Fade {
+        float from = 0;
+        float to = 0;
+        double start = 0;    // media time when it began
+        double duration = 0; // seconds
+        std::function<void()> completion;
+    };
+
+    static constexpr double ambienceCrossfade = 3.0;
+    static constexpr double streamingThreshold = 180.0;
+    static constexpr double muteFade = 0.35;
+    static constexpr double fadeInterval = 1.0 / 60.0;
+    // Crossfade from a stream that broke to the world's own music.
+    static constexpr double streamFallbackCrossfade = 2.0;
+    static constexpr std::uint32_t offlineMaximumFrameCount = 4096;
+
+    explicit AmbientAudioEngine(Services services);
+    ~AmbientAudioEngine();
+    AmbientAudioEngine(const AmbientAudioEngine&) = delete;
+    AmbientAudioEngine& operator=(const AmbientAudioEngine&) = delete;
+
+    // Graph engines alive across the process (the saver reports it as
+    // "activeAudioEngines").
+    static int activeEngineCount() { return activeEngines_; }
+
+    // The world's own music (of the version given) and its ambience.
+    void start(const WorldPackage& world, double fadeIn);
+    // The given music (none for no music) and the world's ambience. The same
+    // world while loading or playing restarts nothing; a stop in progress is
+    // revoked.
+    void start(const WorldPackage& world, const std::optional<std::filesystem::path>& music, double fadeIn);
+
+    // Change one layer while loading or playing, crossfading over `over`
+    // seconds once the new file is decoded. None fades the layer out.
+    void switchMusic(const std::optional<std::filesystem::path>& url, double over);
+    void switchAmbience(const std::optional<std::filesystem::path>& url, double over = ambienceCrossfade);
+
+    // Fades the master out, then stops and calls completion. A start that
+    // revokes the stop, an immediate stop, or another stop before the fade
+    // ends drops the completion. Idle or loading: stops and completes at once.
+    void stop(double fadeOut, std::function<void()> completion = {});
+    void stopImmediately();
+    // Blocks for `over` seconds in ten steps down to silence, then stops.
+    void silenceNow(double over);
+
+    void setMuted(bool muted, double fade);
+    bool isMuted() const { return isMuted_; }
+    // A change runs the mute change with muteFade, unless suppressMuteObserver.
+    void setIsMuted(bool muted);
+    bool suppressMuteObserver() const { return suppressMuteObserver_; }
+    void setSuppressMuteObserver(bool suppress) { suppressMuteObserver_ = suppress; }
+
+    float musicVolume() const { return musicVolume_; }
+    void setMusicVolume(float volume);
+    float ambienceVolume() const { return ambienceVolume_; }
+    void setAmbienceVolume(float volume);
+
+    State state() const { return state_; }
+    const std::optional<WorldPackage>& world() const { return world_; }
+    const std::optional<std::filesystem::path>& musicURL() const { return musicURL_; }
+    const std::optional<std::filesystem::path>& ambienceURL() const { return ambienceURL_; }
+    // Where each layer is heading: a pending or decoding switch's target,
+    // else what plays.
+    std::optional<std::filesystem::path> requestedMusicURL() const;
+    std::optional<std::filesystem::path> requestedAmbienceURL() const;
+
+    // The main mixer's level; 0 without an engine.
+    float masterGain() const;
+    bool isEngineRunning() const;
+    double lastFadeIn() const { return lastFadeIn_; }
+    int ambienceDecodesStarted() const { return ambienceDecodesStarted_; }
+
+    // An ambience decode is under way.
+    bool isWaitingForAmbience() const { return isDecodingAmbience_; }
+    // Calls done on the main loop once the ambience decode under way has been
+    // applied (true), or with false when `limit` seconds pass first or a stop
+    // abandons the decode; at once, with true, when none is under way.
+    void waitForAmbience(double limit, std::function<void(bool decoded)> done);
+
+    // The manifest carries no flag for music that continues across versions.
+    static bool carriesMusicAcrossVersions(const WorldPackage&) { return false; }
+
+    // Offline use: renders the next frames of the mix into the buffer (in the
+    // offline format). Silence while no engine is rendering (idle, loading,
+    // paused).
+    std::expected<void, std::string> renderOffline(std::uint32_t frames, PCMBuffer& buffer);
+
+    // Decoding, as the loading work does it (any thread). Failures are logged
+    // and give nothing.
+    static std::optional<MusicSource> openMusic(const Decoder& decoder, const std::optional<std::filesystem::path>& url,
+                                                std::int64_t frame);
+    static std::shared_ptr<PCMBuffer> read(const Decoder& decoder, const std::filesystem::path& url);
+
+private:
+    struct Outgoing {
+        std::shared_ptr<AudioPlayerNode> node;
+        std::optional<MusicSource> source;
+        float gain = 1;
+    };
+    struct OutgoingAmbience {
+        std::shared_ptr<AudioPlayerNode> node;
+        std::shared_ptr<PCMBuffer> buffer;
+        std::optional<std::filesystem::path> url;
+        float gain = 1;
+    };
+    struct RetiringAmbience {
+        std::shared_ptr<AudioPlayerNode> node; // null once detached
+        std::optional<std::filesystem::path> url;
+        std::shared_ptr<PCMBuffer> buffer;
+    };
+    struct CrossfadeTiming {
+        double start = 0;
+        double duration = 0;
+    };
+    struct AmbienceWaiter {
+        int id = 0;
+        std::function<void(bool)> done;
+        std::shared_ptr<Cancellable> timer;
+    };
+
+    Decoder decoder() const;
+    double graphSampleRate() const;
+    std::weak_ptr<AmbientAudioEngine*> weakSelf() const { return self_; }
+
+    void begin(LoadedSources sources, double fadeIn);
+    void applyChannelVolumes();
+    void fadeMaster(float target, double duration, std::function<void()> completion);
+    void stepFade();
+    void cancelFade();
+    void muteChanged(double fade);
+    void recoverFromConfigurationChange();
+
+    std::shared_ptr<AudioPlayerNode> makeNode(const AudioFormat& format);
+    void playMusic(const std::shared_ptr<AudioPlayerNode>& node, const MusicSource& source, std::int64_t frame,
+                   const std::shared_ptr<PCMBuffer>& leadIn);
+    void playAmbience(AudioPlayerNode& node, const std::shared_ptr<PCMBuffer>& buffer);
+
+    std::int64_t nextEntryPoint(const std::filesystem::path& url);
+    void decodeMusic(const std::filesystem::path& url, double over);
+    void crossfadeMusic(LoadedSources sources, const std::optional<std::filesystem::path>& url, double over);
+    void stepMusicCrossfade();
+    void finishMusicCrossfade();
+    void decodeAmbience(const std::filesystem::path& url, double over);
+    std::shared_ptr<PCMBuffer> heldAmbience(const std::filesystem::path& url) const;
+    void crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, const std::optional<std::filesystem::path>& url, double over);
+    void stepAmbienceCrossfade();
+    void finishAmbienceCrossfade();
+    void ambienceSettled(bool decoded);
+    void scheduleRetiredRelease();
+    void releaseRetired();
+    void watchForStreamFailure(const std::shared_ptr<LoopStreamer>& streamer);
+    void streamFailed(const LoopStreamer* streamer);
+
+    Services services_;
+
+    State state_ = State::idle;
+    std::optional<WorldPackage> world_;
+    std::optional<std::filesystem::path> musicURL_;
+    std::optional<std::filesystem::path> ambienceURL_;
+    float musicVolume_ = 0.5f;
+    float ambienceVolume_ = 0.7f;
+    bool isMuted_ = false;
+    bool suppressMuteObserver_ = false;
+    std::unique_ptr<AudioEngine> engine_;
+    std::shared_ptr<AudioPlayerNode> musicNode_;
+    std::shared_ptr<AudioPlayerNode> ambienceNode_;
+    std::optional<MusicSource> musicSource_;
+    std::shared_ptr<PCMBuffer> ambienceBuffer_;
+    std::vector<Outgoing> outgoing_;
+    // A music switch asked for while another was decoding; the latest wins.
+    std::optional<std::optional<std::filesystem::path>> pendingSwitch_;
+    // The music being decoded for a switch.
+    std::optional<std::filesystem::path> switchingTo_;
+    double lastFadeIn_ = 2.5;
+    // Per music file, the index of the next entry point; kept across stops so
+    // that every session begins somewhere new.
+    std::map<std::filesystem::path, std::size_t> entryCursor_;
+    std::vector<std::shared_ptr<AudioPlayerNode>> retiring_;
+    std::optional<CrossfadeTiming> musicFade_;
+    std::shared_ptr<Cancellable> musicFadeTimer_;
+    float musicFadeProgress_ = 1;
+    int switchGeneration_ = 0;
+    std::vector<OutgoingAmbience> outgoingAmbience_;
+    std::vector<RetiringAmbience> retiringAmbience_;
+    std::optional<std::optional<std::filesystem::path>> pendingAmbience_;
+    std::optional<std::filesystem::path> ambienceDecodingTo_;
+    bool isDecodingAmbience_ = false;
+    int ambienceDecodesStarted_ = 0;
+    std::optional<CrossfadeTiming> ambienceFade_;
+    std::shared_ptr<Cancellable> ambienceFadeTimer_;
+    float ambienceFadeProgress_ = 1;
+    std::vector<AmbienceWaiter> ambienceWaiters_;
+    int nextWaiterID_ = 0;
+    const std::optional<AudioFormat> offlineFormat_;
+    int generation_ = 0;
+    std::optional<Fade> fade_;
+    std::shared_ptr<Cancellable> fadeTimer_;
+    std::shared_ptr<Cancellable> configObserver_;
+    bool retiredReleasePosted_ = false;
+
+    // Lets timers, observers and posted work that outlive the engine find it gone.
+    std::shared_ptr<AmbientAudioEngine*> self_;
+
+    static inline int activeEngines_ = 0;
+};
+
+std::string_view rawValue(AmbientAudioEngine::State state);
+
+} // namespace hushmeadows

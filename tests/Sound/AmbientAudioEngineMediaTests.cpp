@@ -1,0 +1,591 @@
+#include "SceneCore/Sound/AmbientAudioEngine.h"
+
+#include "Platforms/Linux/FFmpegAudioFile.h"
+#include "SceneCore/Sound/SoftwareAudioEngine.h"
+#include "tests/support/FixtureKit.h"
+#include "tests/support/LockstepAudio.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManualSerialQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace hushmeadows {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::LockstepAudio;
+using testing::StereoBlock;
+
+float smoothstep(double t) { return static_cast<float>(t * t * (3 - 2 * t)); }
+
+// The music and ambience of a world as the engine hears them: the angle of
+// the equal-power law at a crossfade's progress.
+float crossfadeAngle(double progress)
+{
+    float p = static_cast<float>(progress);
+    return p * p * (3.0f - 2.0f * p) * (std::numbers::pi_v<float> / 2);
+}
+
+WorldPackage makeWorld(const fs::path& root, const std::string& id, std::optional<std::string> music,
+                       std::optional<std::string> ambience)
+{
+    WorldManifest manifest;
+    manifest.id = id;
+    manifest.name = id;
+    manifest.visual.file = "loop.mp4";
+    if (music)
+        manifest.audio.music = WorldManifest::Track{*music, 0.5, std::nullopt};
+    if (ambience)
+        manifest.audio.ambience = WorldManifest::Track{*ambience, 0.7, std::nullopt};
+    return WorldPackage(root, manifest, {});
+}
+
+bool contains(const std::vector<std::string>& lines, std::string_view text)
+{
+    return std::ranges::any_of(lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
+}
+
+bool isSilent(const StereoBlock& block)
+{
+    auto zero = [](float sample) { return sample == 0.0f; };
+    return std::ranges::all_of(block.left, zero) && std::ranges::all_of(block.right, zero);
+}
+
+class AmbientAudioEngineTest : public ::testing::Test {
+protected:
+    // Stereo, 0.1 s at the graph's rate, each channel constant.
+    fs::path constant(const std::string& name, float left, float right)
+    {
+        fs::path file = dir / name;
+        testing::writeFloatWav(file, 48000, 2, 4800, [=](std::int64_t, int c) { return c == 0 ? left : right; });
+        return file;
+    }
+    // A ramp on the left channel, (i + 1) / frames at frame i: every frame tells where it is.
+    fs::path ramp(const std::string& name, std::int64_t frames)
+    {
+        fs::path file = dir / name;
+        testing::writeFloatWav(file, 48000, 2, frames, [=](std::int64_t i, int c) {
+            return c == 0 ? static_cast<float>(i + 1) / static_cast<float>(frames) : 0.0f;
+        });
+        return file;
+    }
+    AmbientAudioEngine& make(AmbientAudioEngine::Services services)
+    {
+        engine = std::make_unique<AmbientAudioEngine>(std::move(services));
+        sound.watch(engine.get());
+        return *engine;
+    }
+    AmbientAudioEngine& make() { return make(sound.services(&FFmpegAudioFile::open)); }
+    // Starts and lets the decoding come back to the main loop.
+    void startAndLoad(const WorldPackage& world, std::optional<fs::path> music, double fadeIn)
+    {
+        engine->start(world, music, fadeIn);
+        sound.loop.runPending();
+    }
+
+    testing::TempDir dir;
+    testing::LogCapture logs;
+    LockstepAudio sound;
+    std::unique_ptr<AmbientAudioEngine> engine;
+};
+
+TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAtTheirLevels)
+{
+    ramp("music.wav", 1000);
+    testing::writeFloatWav(dir / "ambience.wav", 48000, 2, 700,
+                           [](std::int64_t i, int c) { return c == 1 ? -static_cast<float>(i + 1) / 700.0f : 0.0f; });
+    auto& engine = make();
+    engine.setMusicVolume(1);
+    engine.setAmbienceVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", "ambience.wav");
+
+    engine.start(world, 0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::loading);
+    sound.loop.runPending();
+    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    EXPECT_TRUE(contains(logs.lines("audio"), "Sound started: meadow"));
+
+    // Four quanta cross the music's loop point three times and the ambience's four times.
+    StereoBlock out = sound.renderSteps(engine, 4);
+    for (std::size_t j = 0; j < out.left.size(); ++j) {
+        ASSERT_EQ(out.left[j], static_cast<float>(j % 1000 + 1) / 1000.0f) << "frame " << j;
+        ASSERT_EQ(out.right[j], -static_cast<float>(j % 700 + 1) / 700.0f) << "frame " << j;
+    }
+
+    // A level change is heard from the next quantum on.
+    engine.setMusicVolume(0.5f);
+    engine.setAmbienceVolume(0.25f);
+    StereoBlock quieter = sound.render(engine);
+    EXPECT_EQ(quieter.left[0], static_cast<float>(3200 % 1000 + 1) / 1000.0f * 0.5f);
+    EXPECT_EQ(quieter.right[0], -static_cast<float>(3200 % 700 + 1) / 700.0f * 0.25f);
+}
+
+TEST_F(AmbientAudioEngineTest, MasterFadesFollowSmoothstepOverExactlyTheirLength)
+{
+    constant("music.wav", 0.5f, 0.5f);
+    auto& engine = make(); // music level 0.5: the layer gives 0.25 at full master
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    int enginesBefore = AmbientAudioEngine::activeEngineCount();
+
+    startAndLoad(world, world.musicURL(), 1.5);
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore + 1);
+    EXPECT_TRUE(isSilent(sound.renderStep(engine)));
+    for (int k = 1; k <= 90; ++k) {
+        float level = smoothstep(k / 90.0);
+        ASSERT_NEAR(engine.masterGain(), level, 1e-6) << "step " << k;
+        if (k < 90) {
+            ASSERT_LT(engine.masterGain(), 1.0f);
+        }
+        float heard = engine.masterGain();
+        StereoBlock block = sound.renderStep(engine);
+        ASSERT_EQ(block.left.front(), 0.25f * heard);
+        ASSERT_EQ(block.right.back(), 0.25f * heard);
+    }
+    EXPECT_EQ(engine.masterGain(), 1.0f);
+
+    int completions = 0;
+    engine.stop(0.5, [&] { ++completions; });
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::stopping);
+    for (int k = 1; k <= 30; ++k) {
+        sound.renderStep(engine);
+        ASSERT_NEAR(engine.masterGain(), 1.0f - smoothstep(k / 30.0), 1e-6) << "step " << k;
+        ASSERT_EQ(completions, k == 30 ? 1 : 0) << "step " << k;
+    }
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
+    EXPECT_FALSE(engine.world().has_value());
+
+    // With nothing to fade, a stop completes at once.
+    engine.stop(0.5, [&] { ++completions; });
+    EXPECT_EQ(completions, 2);
+    // While loading it stops at once too, and the decoded sources are dropped.
+    engine.start(world, 1.0);
+    engine.stop(0.5, [&] { ++completions; });
+    EXPECT_EQ(completions, 3);
+    sound.loop.runPending();
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
+}
+
+TEST_F(AmbientAudioEngineTest, MusicCrossfadeIsEqualPowerAndStartOfTheSameWorldOnlySwitchesMusic)
+{
+    constant("a.wav", 0.5f, 0.0f);
+    fs::path b = constant("b.wav", 0.0f, 0.5f);
+    auto& engine = make();
+    engine.setMusicVolume(0.8f);
+    auto world = makeWorld(dir.path(), "meadow", "a.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+    int enginesBefore = AmbientAudioEngine::activeEngineCount();
+
+    engine.start(world, b, 2.0);
+    EXPECT_EQ(engine.requestedMusicURL(), b);
+    sound.loop.runPending();
+    EXPECT_EQ(engine.musicURL(), b);
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore); // nothing restarted
+    EXPECT_TRUE(contains(logs.lines("audio"), "Music switched to b.wav from frame 0 over 2.0 s"));
+
+    const float level = 0.5f * 0.8f;
+    for (int k = 0; k <= 120; ++k) {
+        StereoBlock block = sound.renderStep(engine);
+        float x = crossfadeAngle(k / 120.0);
+        ASSERT_NEAR(block.left[0], level * std::cos(x), 1e-6) << "step " << k;
+        ASSERT_NEAR(block.right[0], level * std::sin(x), 1e-6) << "step " << k;
+        double power = std::pow(block.left[0] / level, 2) + std::pow(block.right[0] / level, 2);
+        ASSERT_NEAR(power, 1.0, 1e-5) << "step " << k;
+        if (k == 60) {
+            EXPECT_NEAR(block.left[0], level * 0.70710678, 1e-6);
+            EXPECT_NEAR(block.right[0], level * 0.70710678, 1e-6);
+        }
+    }
+    StereoBlock after = sound.renderStep(engine);
+    EXPECT_EQ(after.left[0], 0.0f);
+    EXPECT_FLOAT_EQ(after.right[0], level);
+}
+
+TEST_F(AmbientAudioEngineTest, ASwitchDuringACrossfadeCarriesOnFromThePresentLevels)
+{
+    constant("a.wav", 0.5f, 0.0f);
+    fs::path b = constant("b.wav", 0.0f, 0.5f);
+    fs::path quiet = constant("quiet.wav", 0.0f, 0.0f);
+    auto& engine = make();
+    engine.setMusicVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", "a.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+    engine.switchMusic(b, 2.0);
+    sound.loop.runPending();
+    sound.renderSteps(engine, 60);
+    StereoBlock halfway = sound.render(engine);
+
+    // Both fading players keep their level, then leave together over the new switch.
+    engine.switchMusic(quiet, 1.0);
+    sound.loop.runPending();
+    StereoBlock carried = sound.renderStep(engine);
+    EXPECT_FLOAT_EQ(carried.left[0], halfway.left[0]);
+    EXPECT_FLOAT_EQ(carried.right[0], halfway.right[0]);
+    sound.renderSteps(engine, 29);
+    StereoBlock mid = sound.render(engine);
+    EXPECT_NEAR(mid.left[0], halfway.left[0] * std::cos(crossfadeAngle(0.5)), 1e-6);
+    EXPECT_NEAR(mid.right[0], halfway.right[0] * std::cos(crossfadeAngle(0.5)), 1e-6);
+    sound.renderSteps(engine, 31);
+    EXPECT_TRUE(isSilent(sound.render(engine)));
+}
+
+TEST_F(AmbientAudioEngineTest, StopImmediatelyIsSilentFromTheNextQuantum)
+{
+    constant("music.wav", 0.5f, 0.5f);
+    auto& engine = make();
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 4.0);
+    EXPECT_FALSE(isSilent(sound.renderSteps(engine, 30)));
+    int enginesBefore = AmbientAudioEngine::activeEngineCount();
+
+    engine.stopImmediately();
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_EQ(engine.masterGain(), 0.0f);
+    EXPECT_FALSE(engine.isEngineRunning());
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore - 1);
+    EXPECT_TRUE(isSilent(sound.renderSteps(engine, 240))); // the fade-in's timer is gone too
+    EXPECT_EQ(sound.loop.pendingCount(), 0u);
+
+    auto records = logs.records();
+    EXPECT_TRUE(std::ranges::any_of(records, [](const LogRecord& record) {
+        return record.category == "audio" && record.format == "Sound stopped" && record.level == LogLevel::info;
+    }));
+}
+
+TEST_F(AmbientAudioEngineTest, AStartOfTheSameWorldRevokesAFadeOut)
+{
+    constant("music.wav", 0.5f, 0.5f);
+    auto& engine = make();
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+
+    bool completed = false;
+    engine.stop(2.0, [&] { completed = true; });
+    sound.renderSteps(engine, 60);
+    ASSERT_FLOAT_EQ(engine.masterGain(), 0.5f);
+
+    engine.start(world, 1.0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    for (int k = 1; k <= 60; ++k) {
+        sound.renderStep(engine);
+        ASSERT_NEAR(engine.masterGain(), 0.5f + 0.5f * smoothstep(k / 60.0), 1e-6) << "step " << k;
+    }
+    StereoBlock later = sound.renderSteps(engine, 180);
+    EXPECT_FALSE(completed);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    EXPECT_FLOAT_EQ(later.left.back(), 0.25f);
+}
+
+TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLayerLeavesTheOther)
+{
+    testing::writeText(dir / "broken.wav", "not a sound file");
+    constant("ambience.wav", 0.0f, 0.5f);
+    auto& engine = make();
+    int enginesBefore = AmbientAudioEngine::activeEngineCount();
+
+    startAndLoad(makeWorld(dir.path(), "silent", std::nullopt, std::nullopt), std::nullopt, 1.0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_TRUE(contains(logs.lines("audio"), "World has no playable audio"));
+
+    logs.clear();
+    auto broken = makeWorld(dir.path(), "broken", "broken.wav", "absent.wav");
+    startAndLoad(broken, broken.musicURL(), 1.0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_FALSE(engine.world().has_value());
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
+    auto lines = logs.lines("audio");
+    EXPECT_TRUE(contains(lines, "Could not open broken.wav: "));
+    EXPECT_TRUE(contains(lines, "Could not read absent.wav: "));
+    EXPECT_TRUE(contains(lines, "World has no playable audio"));
+
+    auto half = makeWorld(dir.path(), "half", "broken.wav", "ambience.wav");
+    startAndLoad(half, half.musicURL(), 0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    EXPECT_FALSE(engine.requestedMusicURL().has_value());
+    StereoBlock block = sound.renderStep(engine);
+    EXPECT_EQ(block.left[0], 0.0f);
+    EXPECT_FLOAT_EQ(block.right[0], 0.5f * 0.7f);
+}
+
+TEST_F(AmbientAudioEngineTest, MusicOfThreeMinutesIsDecodedWholeAndLongerMusicIsStreamed)
+{
+    // 8 kHz, played at 48 kHz: the rule is on the duration, not the frame count.
+    auto write = [&](const std::string& name, std::int64_t frames) {
+        testing::writeFloatWav(dir / name, 8000, 2, frames, [](std::int64_t, int) { return 0.25f; });
+    };
+    write("exact.wav", 180 * 8000);
+    write("longer.wav", 180 * 8000 + 800);
+    auto& engine = make();
+
+    auto exact = makeWorld(dir.path(), "exact", "exact.wav", std::nullopt);
+    startAndLoad(exact, exact.musicURL(), 0);
+    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.25f * 0.5f, 1e-4);
+
+    auto longer = makeWorld(dir.path(), "longer", "longer.wav", std::nullopt);
+    startAndLoad(longer, longer.musicURL(), 0);
+    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.25f * 0.5f, 1e-4);
+
+    auto lines = logs.lines("audio");
+    EXPECT_TRUE(contains(lines, "Sound started: exact"));
+    EXPECT_FALSE(contains(lines, "Sound started: exact (music streamed)"));
+    EXPECT_TRUE(contains(lines, "Sound started: longer (music streamed)"));
+}
+
+TEST_F(AmbientAudioEngineTest, MuteAndUnmuteFadeThenPauseAndResume)
+{
+    constant("music.wav", 0.5f, 0.5f);
+    auto& engine = make();
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+
+    engine.setMuted(true, 0);
+    EXPECT_EQ(engine.masterGain(), 0.0f);
+    EXPECT_FALSE(engine.isEngineRunning());
+    EXPECT_TRUE(isSilent(sound.renderSteps(engine, 10)));
+
+    // Unmuting with no fade still comes back over 0.7 s.
+    engine.setMuted(false, 0);
+    EXPECT_TRUE(engine.isEngineRunning());
+    for (int k = 1; k <= 42; ++k) {
+        sound.renderStep(engine);
+        ASSERT_NEAR(engine.masterGain(), smoothstep(k / 42.0), 1e-6) << "step " << k;
+    }
+    EXPECT_FLOAT_EQ(sound.render(engine).left[0], 0.25f);
+
+    // The property fades over 0.35 s, then pauses.
+    engine.setIsMuted(true);
+    sound.renderSteps(engine, 20);
+    EXPECT_TRUE(engine.isEngineRunning());
+    sound.renderStep(engine);
+    EXPECT_EQ(engine.masterGain(), 0.0f);
+    EXPECT_FALSE(engine.isEngineRunning());
+
+    // With the observer suppressed only the flag changes.
+    engine.setSuppressMuteObserver(true);
+    engine.setIsMuted(false);
+    EXPECT_FALSE(engine.isMuted());
+    sound.renderSteps(engine, 60);
+    EXPECT_FALSE(engine.isEngineRunning());
+    EXPECT_EQ(engine.masterGain(), 0.0f);
+}
+
+TEST_F(AmbientAudioEngineTest, SilenceNowStepsDownWhileBlockingAndSkipsTheWaitWhenAlreadySilent)
+{
+    constant("music.wav", 0.5f, 0.5f);
+    auto& engine = make();
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+
+    engine.silenceNow(1.0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    ASSERT_EQ(sound.sleeps.size(), 10u);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_DOUBLE_EQ(sound.sleeps[i], 0.1);
+        EXPECT_FLOAT_EQ(sound.levelsWhileSleeping[i], static_cast<float>(9 - i) / 10.0f);
+    }
+
+    sound.sleeps.clear();
+    startAndLoad(world, world.musicURL(), 0);
+    engine.setMuted(true, 0);
+    engine.silenceNow(1.0);
+    EXPECT_TRUE(sound.sleeps.empty());
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+}
+
+// An output device pulled by the test; it can be lost and replaced.
+class PulledOutput final : public AudioOutput {
+public:
+    std::expected<void, std::string> start(AudioRenderSource& renderSource, double) override
+    {
+        source = &renderSource;
+        ++starts;
+        return {};
+    }
+    void pause() override { source = nullptr; }
+    void stop() override { source = nullptr; }
+    void setDeviceChangeHandler(std::function<void()> handler) override { changed = std::move(handler); }
+
+    std::vector<float> pullLeft(int frames)
+    {
+        std::vector<float> interleaved(2 * static_cast<std::size_t>(frames), 0.0f);
+        if (source)
+            source->render(interleaved.data(), frames);
+        std::vector<float> left;
+        for (int i = 0; i < frames; ++i)
+            left.push_back(interleaved[2 * static_cast<std::size_t>(i)]);
+        return left;
+    }
+
+    AudioRenderSource* source = nullptr;
+    std::function<void()> changed;
+    int starts = 0;
+};
+
+TEST_F(AmbientAudioEngineTest, AConfigurationChangeRestartsTheLayers)
+{
+    ramp("music.wav", 1000);
+    auto output = std::make_shared<PulledOutput>();
+    auto services = sound.services(&FFmpegAudioFile::open);
+    services.offlineFormat.reset();
+    services.makeEngine = [&] { return std::make_unique<SoftwareAudioEngine>(sound.loop, output, 48000); };
+    auto& engine = make(std::move(services));
+    engine.setMusicVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    startAndLoad(world, world.musicURL(), 0);
+    ASSERT_EQ(output->starts, 1);
+
+    auto before = output->pullLeft(1500);
+    EXPECT_EQ(before[1499], 500.0f / 1000.0f);
+
+    output->changed(); // the device went away and came back
+    sound.loop.runPending();
+    EXPECT_TRUE(contains(logs.lines("audio"), "Audio configuration changed; restarting engine"));
+    EXPECT_EQ(output->starts, 2);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    auto after = output->pullLeft(1200);
+    for (std::size_t j = 0; j < after.size(); ++j)
+        ASSERT_EQ(after[j], static_cast<float>(j % 1000 + 1) / 1000.0f) << "frame " << j;
+}
+
+TEST_F(AmbientAudioEngineTest, AmbienceIsDecodedInTheBackgroundWhileTheOldOnePlays)
+{
+    constant("a.wav", 0.5f, 0.0f);
+    fs::path b = constant("b.wav", 0.0f, 0.5f);
+    fs::path c = constant("c.wav", 0.25f, 0.25f);
+    testing::ManualSerialQueue background("decoding");
+    auto& engine = make(sound.services(&FFmpegAudioFile::open, [&](std::function<void()> work) { background.async(std::move(work)); }));
+    engine.setAmbienceVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", std::nullopt, "a.wav");
+    engine.start(world, 0);
+    background.runAll();
+    sound.loop.runPending();
+    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    int decodes = engine.ambienceDecodesStarted();
+
+    engine.switchAmbience(b);
+    EXPECT_TRUE(engine.isWaitingForAmbience());
+    EXPECT_EQ(engine.requestedAmbienceURL(), b);
+    std::optional<bool> waited;
+    engine.waitForAmbience(10, [&](bool decoded) { waited = decoded; });
+    StereoBlock meanwhile = sound.renderSteps(engine, 30);
+    EXPECT_EQ(meanwhile.left.back(), 0.5f);
+    EXPECT_FALSE(waited.has_value());
+
+    background.runAll();
+    sound.loop.runPending();
+    EXPECT_EQ(waited, true);
+    EXPECT_EQ(engine.ambienceURL(), b);
+    for (int k = 0; k <= 180; ++k) {
+        StereoBlock block = sound.renderStep(engine);
+        if (k == 90) {
+            EXPECT_NEAR(block.left[0], 0.5 * 0.70710678, 1e-6);
+            EXPECT_NEAR(block.right[0], 0.5 * 0.70710678, 1e-6);
+        }
+    }
+    StereoBlock switched = sound.renderStep(engine);
+    EXPECT_EQ(switched.left[0], 0.0f);
+    EXPECT_EQ(switched.right[0], 0.5f);
+    EXPECT_TRUE(contains(logs.lines("audio"), "Ambience switched to b.wav over 3.0 s"));
+
+    // The way back is still decoded: no new decode, the crossfade starts at once.
+    engine.switchAmbience(dir / "a.wav", 1.0);
+    EXPECT_FALSE(engine.isWaitingForAmbience());
+    sound.renderSteps(engine, 61);
+    EXPECT_EQ(sound.render(engine).left[0], 0.5f);
+    EXPECT_EQ(engine.ambienceDecodesStarted(), decodes + 1);
+
+    // A wait gives up at its limit.
+    engine.switchAmbience(c);
+    waited.reset();
+    engine.waitForAmbience(0.5, [&](bool decoded) { waited = decoded; });
+    sound.renderSteps(engine, 29);
+    EXPECT_FALSE(waited.has_value());
+    sound.renderSteps(engine, 2);
+    EXPECT_EQ(waited, false);
+}
+
+TEST_F(AmbientAudioEngineTest, MusicBeginsAtTheNextEntryPointAndOnlyTheLatestSwitchIsHeard)
+{
+    fs::path music = ramp("music.wav", 1000);
+    fs::path b = constant("b.wav", 0.0f, 0.5f);
+    fs::path c = constant("c.wav", 0.0f, 0.25f);
+    fs::path d = constant("d.wav", 0.1f, 0.1f);
+    testing::ManualSerialQueue background("decoding");
+    auto services = sound.services(&FFmpegAudioFile::open, [&](std::function<void()> work) { background.async(std::move(work)); });
+    services.entryPoints = [&](const fs::path& url) { return url == music ? std::vector<std::int64_t>{300, 700} : std::vector<std::int64_t>{}; };
+    auto& engine = make(std::move(services));
+    engine.setMusicVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+
+    for (std::int64_t entry : {300, 700, 300}) {
+        engine.start(world, 0);
+        background.runAll();
+        sound.loop.runPending();
+        StereoBlock block = sound.renderStep(engine);
+        for (std::size_t j = 0; j < block.left.size(); ++j)
+            ASSERT_EQ(block.left[j], static_cast<float>((entry + static_cast<std::int64_t>(j)) % 1000 + 1) / 1000.0f)
+                << "entry " << entry << " frame " << j;
+        engine.stopImmediately();
+    }
+
+    engine.start(world, 0);
+    background.runAll();
+    sound.loop.runPending();
+    logs.clear();
+    engine.switchMusic(b, 1.0);
+    engine.switchMusic(c, 1.0);
+    EXPECT_EQ(engine.requestedMusicURL(), c);
+    background.runAll();
+    sound.loop.runPending(); // b arrives unwanted; c is decoded next
+    EXPECT_EQ(engine.musicURL(), music);
+    background.runAll();
+    sound.loop.runPending();
+    EXPECT_EQ(engine.musicURL(), c);
+
+    // Asking for what plays while another file decodes cancels that switch.
+    engine.switchMusic(d, 1.0);
+    engine.switchMusic(c, 1.0);
+    EXPECT_EQ(engine.requestedMusicURL(), c);
+    background.runAll();
+    sound.loop.runPending();
+    EXPECT_EQ(engine.musicURL(), c);
+    auto lines = logs.lines("audio");
+    EXPECT_EQ(std::ranges::count_if(lines, [](const std::string& line) { return line.starts_with("Music switched to"); }), 1);
+    EXPECT_TRUE(contains(lines, "Music switched to c.wav from frame 0 over 1.0 s"));
+}
+
+TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
+{
+    constant("own.wav", 0.3f, 0.3f);
+    fs::path studio = dir / "studio.wav";
+    testing::writeFloatWav(studio, 8000, 2, 180 * 8000 + 4000, [](std::int64_t, int) { return 0.1f; });
+    auto& engine = make();
+    engine.setMusicVolume(1);
+    auto world = makeWorld(dir.path(), "meadow", "own.wav", std::nullopt);
+    startAndLoad(world, studio, 0);
+    ASSERT_TRUE(contains(logs.lines("audio"), "Sound started: meadow (music streamed)"));
+    EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.1f, 1e-4);
+
+    // The file loses everything past its first 20 s while it plays.
+    // A float WAV header is 58 bytes (format chunk with its extension, fact chunk).
+    fs::resize_file(studio, 58 + 20 * 8000 * 2 * 4);
+    for (int k = 0; k < 60 * 60 && engine.musicURL() == studio; ++k)
+        sound.renderStep(engine);
+    ASSERT_EQ(engine.musicURL(), world.musicURL());
+    auto lines = logs.lines("audio");
+    EXPECT_TRUE(contains(lines, "Streaming studio.wav: short read at frame 960000"));
+    EXPECT_TRUE(contains(lines, "Streamed music failed; falling back to the world's own music"));
+    EXPECT_TRUE(contains(lines, "Music switched to own.wav from frame 0 over 2.0 s"));
+    sound.renderSteps(engine, 121);
+    EXPECT_FLOAT_EQ(sound.render(engine).left[0], 0.3f);
+}
+
+} // namespace
+} // namespace hushmeadows

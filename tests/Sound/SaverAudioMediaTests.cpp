@@ -1,0 +1,173 @@
+#include "HushmeadowsSaver/SaverAudio.h"
+
+#include "Platforms/Linux/FFmpegAudioFile.h"
+#include "tests/support/FixtureKit.h"
+#include "tests/support/LockstepAudio.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace hushmeadows {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::LockstepAudio;
+using testing::StereoBlock;
+
+// Sleep signals raised by the test.
+class FiredPowerEvents final : public SystemPowerEvents {
+public:
+    void observe(Handler handler) override { handlers.push_back(std::move(handler)); }
+    void fire(const std::string& name)
+    {
+        for (auto& handler : handlers)
+            handler(name);
+    }
+    std::vector<Handler> handlers;
+};
+
+class SaverAudioTest : public ::testing::Test {
+protected:
+    SaverAudioTest()
+    {
+        // Music on the left, ambience on the right, each constant, so that a
+        // sample says the level of its layer.
+        testing::writeFloatWav(dir / "music.wav", 48000, 2, 4800, [](std::int64_t, int c) { return c == 0 ? 0.5f : 0.0f; });
+        testing::writeFloatWav(dir / "ambience.wav", 48000, 2, 4800, [](std::int64_t, int c) { return c == 1 ? 0.5f : 0.0f; });
+        WorldManifest manifest;
+        manifest.id = "meadow";
+        manifest.name = "Meadow";
+        manifest.visual.file = "loop.mp4";
+        manifest.audio.music = WorldManifest::Track{"music.wav", 0.6, std::nullopt};
+        manifest.audio.ambience = WorldManifest::Track{"ambience.wav", 0.9, std::nullopt};
+        world.emplace(dir.path(), manifest, std::vector<std::string>{});
+
+        saver = std::make_unique<SaverAudio>(SaverAudio::Services{
+            .engine = sound.services(&FFmpegAudioFile::open),
+            .powerEvents = power,
+            .loadOverlay = {},
+            .now = [] { return std::chrono::system_clock::time_point(std::chrono::hours(12)); },
+            .calendar = Calendar::fixedOffset(std::chrono::seconds(0)),
+        });
+    }
+
+    AmbientAudioEngine& engine() { return saver->engine(); }
+    StereoBlock renderSteps(int count) { return sound.renderSteps(engine(), count); }
+    void acquire(const void* client)
+    {
+        saver->acquire(client, *world, settings);
+        sound.loop.runPending();
+    }
+    std::vector<std::string> saverLines() const { return logs.lines("saver"); }
+
+    testing::TempDir dir;
+    testing::LogCapture logs;
+    LockstepAudio sound;
+    FiredPowerEvents power;
+    std::optional<WorldPackage> world;
+    HushmeadowsSettings settings;
+    std::unique_ptr<SaverAudio> saver;
+    const int first = 0;
+    const int second = 0;
+};
+
+TEST_F(SaverAudioTest, TwoClaimsShareOneSoundAndTheLastReleaseFadesOut)
+{
+    acquire(&first);
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::playing);
+    EXPECT_EQ(saverLines(), std::vector<std::string>{"audio acquired music=0.600000 ambience=0.900000 style=classic"});
+    for (int k = 1; k <= 240; ++k)
+        renderSteps(1);
+    EXPECT_EQ(engine().masterGain(), 1.0f); // a 4 s fade-in
+    int engines = AmbientAudioEngine::activeEngineCount();
+
+    acquire(&second);
+    EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), engines);
+    auto diagnostics = saver->diagnostics(&first);
+    EXPECT_EQ(diagnostics.clients, 2);
+    EXPECT_EQ(diagnostics.state, "playing");
+    EXPECT_TRUE(diagnostics.ownsAudio);
+    EXPECT_DOUBLE_EQ(diagnostics.musicVolume, 0.6f);
+    EXPECT_DOUBLE_EQ(diagnostics.ambienceVolume, 0.9f);
+
+    saver->release(&first, false);
+    StereoBlock stillPlaying = renderSteps(60);
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::playing);
+    EXPECT_FLOAT_EQ(stillPlaying.left.back(), 0.5f * 0.6f);
+    EXPECT_FLOAT_EQ(stillPlaying.right.back(), 0.5f * 0.9f);
+
+    saver->release(&second, false);
+    EXPECT_EQ(saverLines().back(), "audio released immediately=false");
+    for (int k = 1; k <= 48; ++k) {
+        EXPECT_EQ(engine().state(), AmbientAudioEngine::State::stopping);
+        renderSteps(1);
+        float t = static_cast<float>(k) / 48.0f;
+        ASSERT_NEAR(engine().masterGain(), 1.0f - t * t * (3 - 2 * t), 1e-6) << "step " << k;
+    }
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::idle);
+    diagnostics = saver->diagnostics(&second);
+    EXPECT_EQ(diagnostics.clients, 0);
+    EXPECT_EQ(diagnostics.state, "idle");
+    EXPECT_FALSE(diagnostics.ownsAudio);
+    EXPECT_EQ(diagnostics.activeEngines, engines - 1);
+}
+
+TEST_F(SaverAudioTest, AnImmediateReleaseCutsAndAStrangersReleaseDoesNothing)
+{
+    saver->release(&second, true);
+    EXPECT_TRUE(logs.lines().empty());
+
+    acquire(&first);
+    renderSteps(10);
+    saver->release(&second, false);
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::playing);
+    EXPECT_EQ(saverLines().size(), 1u);
+
+    saver->release(&first, true);
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::idle);
+    auto silent = renderSteps(1);
+    EXPECT_TRUE(std::ranges::all_of(silent.left, [](float s) { return s == 0.0f; }));
+    EXPECT_EQ(saverLines().back(), "audio released immediately=true");
+}
+
+TEST_F(SaverAudioTest, SleepCutsTheSoundWhateverTheClaims)
+{
+    acquire(&first);
+    acquire(&second);
+    EXPECT_EQ(power.handlers.size(), 1u); // observed once, from the first claim on
+    renderSteps(30);
+
+    power.fire("org.freedesktop.login1.Manager.PrepareForSleep");
+    EXPECT_EQ(engine().state(), AmbientAudioEngine::State::idle);
+    EXPECT_EQ(saverLines().back(), "audio stopped: org.freedesktop.login1.Manager.PrepareForSleep");
+    EXPECT_EQ(saver->diagnostics(&first).clients, 2);
+    auto silent = renderSteps(1);
+    EXPECT_TRUE(std::ranges::all_of(silent.right, [](float s) { return s == 0.0f; }));
+}
+
+TEST_F(SaverAudioTest, AClaimWhileMutedUnmutesAtTheWorldsOwnLevels)
+{
+    settings.musicVolume = 0.9;
+    settings.ambienceVolume = 0.8;
+    settings.setMusicLevel(0.3, "meadow");
+    settings.setAmbienceLevel(0.4, "meadow");
+    acquire(&first);
+    renderSteps(240);
+    engine().setMuted(true, 0);
+    EXPECT_FALSE(engine().isEngineRunning());
+
+    acquire(&second);
+    EXPECT_FALSE(engine().isMuted());
+    EXPECT_TRUE(engine().isEngineRunning());
+    EXPECT_EQ(saverLines().back(), "audio acquired music=0.300000 ambience=0.400000 style=classic");
+    renderSteps(42); // unmuting fades in over 0.7 s
+    EXPECT_EQ(engine().masterGain(), 1.0f);
+    StereoBlock block = sound.render(engine());
+    EXPECT_FLOAT_EQ(block.left[0], 0.5f * 0.3f);
+    EXPECT_FLOAT_EQ(block.right[0], 0.5f * 0.4f);
+}
+
+} // namespace
+} // namespace hushmeadows
