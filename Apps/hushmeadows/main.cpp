@@ -1,10 +1,18 @@
 #include "Apps/hushmeadows/CheckCommand.h"
 #include "Apps/hushmeadows/ListCommand.h"
+#include "Apps/hushmeadows/PlayCommand.h"
+#include "Apps/hushmeadows/RenderAudioCommand.h"
 #include "Apps/hushmeadows/SettingsCommand.h"
 #include "Platforms/Linux/FFmpegMediaInspector.h"
 #include "Platforms/Linux/LinuxEnvironment.h"
+#include "SceneCore/Runtime/Log.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -14,6 +22,9 @@ constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
                               "commands:\n"
                               "  check [--media] PATH...        check world packages as the saver would load them\n"
                               "  list [--file SETTINGS]         the worlds the saver finds, the chosen one marked\n"
+                              "  play [WORLD] [OPTIONS]         show a world in a window (play --help for the options)\n"
+                              "  render-audio [WORLD] --seconds S --out FILE.wav [--fade-in S] [--phase day|night]\n"
+                              "                                 the world's sound rendered offline\n"
                               "  settings [--file PATH]         the effective settings\n"
                               "  settings set KEY VALUE [--file PATH]\n";
 
@@ -26,6 +37,12 @@ int main(int argc, char** argv)
         return 2;
     }
     hushmeadows::LinuxEnvironment::install();
+    // FFmpeg's own chatter only when debugging; our log says what matters.
+    if (std::getenv("HUSHMEADOWS_DEBUG")) {
+        hushmeadows::Log::setRevealsPrivate(true);
+    } else {
+        av_log_set_level(AV_LOG_QUIET);
+    }
     std::string command = argv[1];
     std::vector<std::string> arguments(argv + 2, argv + argc);
     hushmeadows::FFmpegMediaInspector media;
@@ -34,6 +51,10 @@ int main(int argc, char** argv)
         return hushmeadows::runCheckCommand(arguments, media, stdout, stderr);
     if (command == "list")
         return hushmeadows::runListCommand(arguments, media, stdout, stderr);
+    if (command == "play")
+        return hushmeadows::runPlayCommand(arguments, media, stdout, stderr);
+    if (command == "render-audio")
+        return hushmeadows::runRenderAudioCommand(arguments, media, stdout, stderr);
     if (command == "settings")
         return hushmeadows::runSettingsCommand(arguments, stdout, stderr);
     if (command == "--help" || command == "-h" || command == "help") {

@@ -1,0 +1,32 @@
+#include "Apps/hushmeadows/WorldArgument.h"
+
+#include "Apps/hushmeadows/ProgramPaths.h"
+#include "HushmeadowsSaver/WorldChoice.h"
+#include "SceneCore/Settings/Environment.h"
+
+namespace hushmeadows {
+
+std::expected<WorldPackage, std::string> findWorld(const std::optional<std::string>& argument, const HushmeadowsSettings& settings,
+                                                   const MediaInspector& media)
+{
+    namespace fs = std::filesystem;
+    if (argument && fs::path(*argument).extension() == "." + std::string(WorldPackage::fileExtension)) {
+        fs::path folder = *argument;
+        auto package = WorldPackage::contentsOf(folder, media);
+        if (!package)
+            return std::unexpected(WorldLibrary::Failure{folder, package.error()}.description());
+        return *package;
+    }
+    WorldChoice choice = chooseWorld(settings, linuxWorldsFolders(Environment::current(), bundledWorldsFolder()), media);
+    if (argument) {
+        for (const auto& world : choice.library.worlds())
+            if (world.id() == *argument)
+                return world;
+        return std::unexpected("no world with id " + *argument);
+    }
+    if (!choice.world)
+        return std::unexpected(std::string("no worlds found"));
+    return *choice.world;
+}
+
+} // namespace hushmeadows
