@@ -1,0 +1,48 @@
+#include "Platforms/Linux/LinuxSaverAudio.h"
+
+#include "Platforms/Linux/FFmpegAudioFile.h"
+#include "Platforms/Linux/SDLAudioOutput.h"
+#include "SceneCore/Sound/SoftwareAudioEngine.h"
+#include "SceneCore/Sound/StudioMusic.h"
+
+#include <chrono>
+#include <thread>
+
+namespace hushmeadows {
+
+LinuxSaverAudio::LinuxSaverAudio(RunLoop& mainLoop, const MediaInspector& media)
+    : loading_(std::make_unique<ThreadSerialQueue>("app.hushmeadows.audio-loading"))
+    , power_(std::make_unique<LinuxPowerEvents>(mainLoop))
+{
+    ThreadSerialQueue* loading = loading_.get();
+    SaverAudio::Services services{
+        AmbientAudioEngine::Services{
+            mainLoop,
+            [&mainLoop] {
+                return std::make_unique<SoftwareAudioEngine>(mainLoop, std::make_shared<SDLAudioOutput>(), SoftwareAudioEngine::defaultSampleRate);
+            },
+            FFmpegAudioFile::open,
+            [loading](std::function<void()> work) { loading->async(std::move(work)); },
+            [](const std::string& label) { return std::make_unique<ThreadSerialQueue>(label); },
+            [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); },
+            SoftwareAudioEngine::defaultSampleRate,
+            std::nullopt,
+            {},
+        },
+        *power_,
+        [&media](const WorldPackage& world) { return StudioMusic::load(world, media); },
+        [] { return std::chrono::system_clock::now(); },
+        Calendar::current(),
+    };
+    arbiter_ = std::make_unique<SaverAudio>(std::move(services));
+}
+
+LinuxSaverAudio::~LinuxSaverAudio()
+{
+    // The arbiter's engine goes first; then no decode can report back to it.
+    arbiter_.reset();
+    loading_.reset();
+    power_.reset();
+}
+
+} // namespace hushmeadows
