@@ -2,6 +2,7 @@
 
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/SDLRunLoop.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
 #include "Platforms/Linux/TerminationSignals.h"
@@ -209,7 +210,20 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaInspect
 
     view.load(shown);
     view.play();
+    // Sound as the saver would have it: only with the opt-in and not muted,
+    // faded in by the arbiter.
+    std::unique_ptr<LinuxSaverAudio> sound;
+    if (settings.screenSaverAudioEnabled && !settings.isMuted) {
+        sound = std::make_unique<LinuxSaverAudio>(loop, media);
+        sound->arbiter().acquire(&view, shown, settings);
+    }
     loop.run();
+
+    // Cut at once: the sound never outlives the picture.
+    if (sound) {
+        sound->arbiter().release(&view, true);
+        sound.reset();
+    }
 
     view.tearDown();
     loop.setEventHandler({});

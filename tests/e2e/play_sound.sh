@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# `hushmeadows play` with sound through a real PulseAudio null sink: the
+# monitor is recorded, the world's sound must be heard (fading in), and it
+# must stop as soon as the program gets SIGTERM.
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+program=$(realpath "$1")
+work=$2
+rm -rf "$work"; mkdir -p "$work"
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
+export XDG_RUNTIME_DIR=$work/run
+mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
+world="$(dirname "$program")/Resources/Worlds/meadow.hushmeadow"
+
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  pulseaudio --kill 2>/dev/null || true
+}
+trap cleanup EXIT
+
+display=""
+for n in $(seq 71 89); do
+  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
+done
+[ -n "$display" ] || fail "no free display"
+Xvfb "$display" -screen 0 640x360x24 -nolisten tcp -noreset > /dev/null 2>&1 &
+pids+=($!)
+export DISPLAY=$display
+
+pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
+  --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 \
+  || { cat pulse.log; fail "pulseaudio did not start"; }
+for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
+pactl set-default-sink ci_null
+for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
+
+"$program" settings set screenSaverAudioEnabled true > /dev/null
+
+# The recorder starts first: a fresh null sink otherwise stalls the first seconds.
+parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
+recorder=$!
+pids+=($recorder)
+sleep 0.5
+play_start=$(date +%s.%N)
+SDL_AUDIODRIVER=pulseaudio "$program" play "$world" --window 320x180 > play.log 2>&1 &
+player=$!
+pids+=($player)
+sleep 6
+term_at=$(date +%s.%N)
+kill -TERM "$player"
+for _ in $(seq 50); do kill -0 "$player" 2>/dev/null || break; sleep 0.05; done
+kill -0 "$player" 2>/dev/null && fail "play still running 2.5 s after SIGTERM"
+echo "play exited $(echo "($(date +%s.%N) - $term_at) * 1000" | bc -l | cut -d. -f1) ms after SIGTERM (polled every 50 ms)"
+wait "$player" || fail "play exited with $?"
+sleep 1.5
+kill "$recorder"; wait "$recorder" 2>/dev/null || true
+
+# What the saver would render for the same 6 s, for comparison.
+"$program" render-audio "$world" --seconds 6 --out expected.wav > /dev/null 2>&1
+
+python3 "$here/sound_check.py" rec.raw expected.wav "$(echo "$term_at - $play_start" | bc -l)" || { cat play.log; fail "sound check"; }
+echo "play with sound: all cases passed"
