@@ -7,7 +7,7 @@ packages=(
   libsdl2-dev nlohmann-json3-dev libfmt-dev libsystemd-dev libxext-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  xvfb x11-utils x11-apps x11-xserver-utils imagemagick sox pulseaudio pulseaudio-utils dbus-daemon dbus-bin bc
+  xvfb x11-utils x11-apps x11-xserver-utils imagemagick sox pulseaudio pulseaudio-utils dbus-daemon dbus-bin bc python3
 )
 missing=()
 for p in "${packages[@]}"; do
