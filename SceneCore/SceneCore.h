@@ -44,6 +44,7 @@
 #include "SceneCore/Sound/SoftwareAudioEngine.h"
 #include "SceneCore/Sound/SoftwarePlayerNode.h"
 #include "SceneCore/Sound/StudioMusic.h"
+#include "SceneCore/Sound/StudioMusicManifest.h"
 #include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldLibrary.h"

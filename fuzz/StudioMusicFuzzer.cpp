@@ -2,12 +2,10 @@
 // DecodingError; a decoded manifest survives encoding unchanged.
 //
 // fuzz-sources: SceneCore/Runtime/JsonReader.cpp SceneCore/Runtime/DecodingError.cpp
-// fuzz-sources: SceneCore/Runtime/Log.cpp SceneCore/Runtime/Calendar.cpp SceneCore/Worlds/DayPhase.cpp
-// fuzz-sources: SceneCore/Worlds/WorldTheme.cpp SceneCore/Worlds/WorldManifest.cpp
-// fuzz-sources: SceneCore/Worlds/WorldPackageError.cpp SceneCore/Worlds/WorldPackage.cpp SceneCore/Sound/StudioMusic.cpp
+// fuzz-sources: SceneCore/Sound/StudioMusicManifest.cpp
 
 #include "SceneCore/Runtime/DecodingError.h"
-#include "SceneCore/Sound/StudioMusic.h"
+#include "SceneCore/Sound/StudioMusicManifest.h"
 
 #include <nlohmann/json.hpp>
 
@@ -20,14 +18,14 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     std::string_view text(reinterpret_cast<const char*>(data), size);
-    hushmeadows::StudioMusic::Manifest manifest;
+    hushmeadows::StudioMusicManifest manifest;
     try {
-        manifest = hushmeadows::StudioMusic::Manifest::decode(text);
+        manifest = hushmeadows::StudioMusicManifest::decode(text);
     } catch (const hushmeadows::DecodingError&) {
         return 0;
     }
     auto encoded = manifest.toJson().dump();
-    auto again = hushmeadows::StudioMusic::Manifest::decode(encoded);
+    auto again = hushmeadows::StudioMusicManifest::decode(encoded);
     if (!(again == manifest)) {
         std::fprintf(stderr, "round trip changed studio.json:\n%s\n", encoded.c_str());
         std::abort();

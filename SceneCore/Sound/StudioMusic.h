@@ -1,10 +1,9 @@
 #pragma once
 
 #include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Sound/StudioMusicManifest.h"
 #include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldPackage.h"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -25,24 +24,7 @@ struct StudioMusic {
     static constexpr std::string_view manifestFileName = "studio.json";
     static constexpr std::uintmax_t manifestSizeLimit = 1'048'576;
 
-    // studio.json as written. Decoding is strict (a wrong type fails it).
-    struct Manifest {
-        struct Track {
-            std::string file;
-            std::optional<std::int64_t> frames;
-            std::vector<std::int64_t> entryPoints;
-            bool operator==(const Track&) const = default;
-        };
-        std::int64_t formatVersion = 1;
-        std::string world;
-        std::optional<std::string> style;
-        std::map<std::string, Track> tracks;
-        bool operator==(const Manifest&) const = default;
-
-        // Throws DecodingError.
-        static Manifest decode(std::string_view data);
-        nlohmann::json toJson() const;
-    };
+    using Manifest = StudioMusicManifest;
 
     std::string worldID;
     std::filesystem::path folderURL;
