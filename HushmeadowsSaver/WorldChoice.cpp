@@ -25,7 +25,7 @@ std::vector<WorldsFolder> linuxWorldsFolders(const Environment& environment, con
     return folders;
 }
 
-WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaInspector& media)
+WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaProbe& media)
 {
     WorldChoice choice;
     std::vector<std::filesystem::path> paths;

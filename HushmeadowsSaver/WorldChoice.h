@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Settings/Environment.h"
 #include "SceneCore/Settings/HushmeadowsSettings.h"
 #include "SceneCore/Worlds/WorldCatalog.h"
@@ -39,6 +39,6 @@ std::vector<WorldsFolder> linuxWorldsFolders(const Environment& environment, con
 
 // Builds the library from the folders in order and picks the settings'
 // selectedWorldID when that world is found, else the first world.
-WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaInspector& media);
+WorldChoice chooseWorld(const HushmeadowsSettings& settings, const std::vector<WorldsFolder>& folders, const MediaProbe& media);
 
 } // namespace hushmeadows

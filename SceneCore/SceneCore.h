@@ -22,7 +22,7 @@
 #include "SceneCore/Runtime/JsonReader.h"
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/Precondition.h"
 #include "SceneCore/Runtime/RunLoop.h"
 #include "SceneCore/Runtime/SerialQueue.h"

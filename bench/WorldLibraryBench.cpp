@@ -1,6 +1,6 @@
 // How fast a library folder of many packages is scanned, beside the floor of
 // only listing and stat-ing the same files.
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "tests/support/FixtureKit.h"
@@ -40,7 +40,7 @@ const fs::path& libraryFolder()
 void ScanLibrary(benchmark::State& state)
 {
     const auto& folder = libraryFolder();
-    FFmpegMediaInspector media;
+    FFmpegMediaProbe media;
     std::size_t loaded = 0;
     for (auto _ : state) {
         auto library = WorldLibrary::searching({folder}, media);

@@ -26,7 +26,7 @@ void printLine(std::FILE* out, const std::string& folder, const std::string& tex
 
 } // namespace
 
-int runCheckCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err)
+int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
 {
     bool verifyMedia = false;
     std::vector<fs::path> paths;

@@ -6,7 +6,7 @@
 
 namespace hushmeadows {
 
-int runListCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err)
+int runListCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
 {
     std::optional<std::filesystem::path> file;
     for (std::size_t i = 0; i < arguments.size(); ++i) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 
 #include <cstdio>
 #include <string>
@@ -12,6 +12,6 @@ namespace hushmeadows {
 // order, one world a line: a "*" on the world the saver would choose, then
 // id, name, folder and source, separated by tabs; then one line per package
 // that failed ("failed" and its description).
-int runListCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err);
+int runListCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err);
 
 } // namespace hushmeadows

@@ -145,7 +145,7 @@ struct SDLSession {
 
 } // namespace
 
-int runPlayCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err)
+int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
 {
     auto options = parse(arguments, out, err);
     if (!options)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 
 #include <cstdio>
 #include <string>
@@ -17,6 +17,6 @@ namespace hushmeadows {
 // WORLD is a package folder (…/name.hushmeadow) or a world id from the
 // library; without it, the world the saver would choose. Returns 1 when the
 // world or the window cannot be had, 2 for a usage error.
-int runPlayCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err);
+int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err);
 
 } // namespace hushmeadows

@@ -38,7 +38,7 @@ std::optional<double> number(const std::string& text)
 
 } // namespace
 
-int runRenderAudioCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err)
+int runRenderAudioCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
 {
     std::optional<std::string> worldArgument;
     std::optional<double> seconds;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 
 #include <cstdio>
 #include <string>
@@ -14,6 +14,6 @@ namespace hushmeadows {
 // settings, into a 48 kHz float32 stereo WAV. Time is virtual: fades and
 // timers advance in step with the samples rendered, so the result is exact
 // and takes no real time to wait for.
-int runRenderAudioCommand(const std::vector<std::string>& arguments, const MediaInspector& media, std::FILE* out, std::FILE* err);
+int runRenderAudioCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err);
 
 } // namespace hushmeadows

@@ -7,7 +7,7 @@
 namespace hushmeadows {
 
 std::expected<WorldPackage, std::string> findWorld(const std::optional<std::string>& argument, const HushmeadowsSettings& settings,
-                                                   const MediaInspector& media)
+                                                   const MediaProbe& media)
 {
     namespace fs = std::filesystem;
     if (argument && fs::path(*argument).extension() == "." + std::string(WorldPackage::fileExtension)) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Settings/HushmeadowsSettings.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
@@ -14,6 +14,6 @@ namespace hushmeadows {
 // from the library, or, without an argument, the world the saver would
 // choose. The error says why there is none, ready for stderr.
 std::expected<WorldPackage, std::string> findWorld(const std::optional<std::string>& argument, const HushmeadowsSettings& settings,
-                                                   const MediaInspector& media);
+                                                   const MediaProbe& media);
 
 } // namespace hushmeadows

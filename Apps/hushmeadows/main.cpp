@@ -3,7 +3,7 @@
 #include "Apps/hushmeadows/PlayCommand.h"
 #include "Apps/hushmeadows/RenderAudioCommand.h"
 #include "Apps/hushmeadows/SettingsCommand.h"
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/LinuxEnvironment.h"
 #include "SceneCore/Runtime/Log.h"
 
@@ -45,7 +45,7 @@ int main(int argc, char** argv)
     }
     std::string command = argv[1];
     std::vector<std::string> arguments(argv + 2, argv + argc);
-    hushmeadows::FFmpegMediaInspector media;
+    hushmeadows::FFmpegMediaProbe media;
 
     if (command == "check")
         return hushmeadows::runCheckCommand(arguments, media, stdout, stderr);

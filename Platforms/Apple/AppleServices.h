@@ -8,7 +8,7 @@
 #include "HushmeadowsSaver/SystemSession.h"
 #include "SceneCore/Runtime/ImageDecoder.h"
 #include "SceneCore/Runtime/Log.h"
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
 
 #include <map>
@@ -66,7 +66,7 @@ public:
 
 // Image I/O for posters, AVAudioFile for sound, AVFoundation's asset reader
 // for the video probe.
-class AppleMediaInspector final : public MediaInspector {
+class AppleMediaProbe final : public MediaProbe {
 public:
     std::optional<PixelSize> imagePixelSize(const std::filesystem::path& file) const override;
     std::expected<AudioFileInfo, std::string> audioFileInfo(const std::filesystem::path& file) const override;

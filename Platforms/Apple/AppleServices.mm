@@ -280,7 +280,7 @@ std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file
     return out;
 }
 
-std::optional<PixelSize> AppleMediaInspector::imagePixelSize(const std::filesystem::path& file) const
+std::optional<PixelSize> AppleMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
     CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);
     if (!source)
@@ -294,7 +294,7 @@ std::optional<PixelSize> AppleMediaInspector::imagePixelSize(const std::filesyst
     return size;
 }
 
-std::expected<AudioFileInfo, std::string> AppleMediaInspector::audioFileInfo(const std::filesystem::path& file) const
+std::expected<AudioFileInfo, std::string> AppleMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
     NSError* error = nil;
     AVAudioFile* audio = [[AVAudioFile alloc] initForReading:fileURL(file) error:&error];
@@ -304,7 +304,7 @@ std::expected<AudioFileInfo, std::string> AppleMediaInspector::audioFileInfo(con
     return AudioFileInfo{format.sampleRate, static_cast<int>(format.channelCount), audio.length};
 }
 
-std::optional<VideoProbeResult> AppleMediaInspector::probeVideo(const std::filesystem::path& file) const
+std::optional<VideoProbeResult> AppleMediaProbe::probeVideo(const std::filesystem::path& file) const
 {
     AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
     // The probe runs off the main thread and waits for each asynchronous load.

@@ -55,7 +55,7 @@ struct SaverProcess {
     AppleDistributedCenter center;
     AppleSystemSession session;
     ActivationMonitor activation;
-    AppleMediaInspector media;
+    AppleMediaProbe media;
     SilentArbiter audio;
 
     SaverProcess()

@@ -10,7 +10,7 @@
 
 namespace hushmeadows {
 
-LinuxSaverAudio::LinuxSaverAudio(RunLoop& mainLoop, const MediaInspector& media)
+LinuxSaverAudio::LinuxSaverAudio(RunLoop& mainLoop, const MediaProbe& media)
     : loading_(std::make_unique<ThreadSerialQueue>("app.hushmeadows.audio-loading"))
     , power_(std::make_unique<LinuxPowerEvents>(mainLoop))
 {

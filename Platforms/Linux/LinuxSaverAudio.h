@@ -3,7 +3,7 @@
 #include "HushmeadowsSaver/SaverAudio.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/ThreadSerialQueue.h"
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace hushmeadows {
 // on streamer threads, and logind/DPMS cutting the sound.
 class LinuxSaverAudio {
 public:
-    LinuxSaverAudio(RunLoop& mainLoop, const MediaInspector& media);
+    LinuxSaverAudio(RunLoop& mainLoop, const MediaProbe& media);
     ~LinuxSaverAudio();
 
     SaverAudio& arbiter() { return *arbiter_; }

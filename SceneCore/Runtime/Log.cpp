@@ -80,16 +80,16 @@ std::string asText(const LogValue& value)
 }
 
 template <typename T>
-std::string printfOne(const std::string& spec, T value)
+std::string printfOne(const std::string& printfFormat, T value)
 {
     char buffer[128];
-    int written = std::snprintf(buffer, sizeof buffer, spec.c_str(), value);
+    int written = std::snprintf(buffer, sizeof buffer, printfFormat.c_str(), value);
     if (written < 0)
         return {};
     if (static_cast<std::size_t>(written) < sizeof buffer)
         return std::string(buffer, static_cast<std::size_t>(written));
     std::string large(static_cast<std::size_t>(written) + 1, '\0');
-    std::snprintf(large.data(), large.size(), spec.c_str(), value);
+    std::snprintf(large.data(), large.size(), printfFormat.c_str(), value);
     large.resize(static_cast<std::size_t>(written));
     return large;
 }
@@ -128,21 +128,21 @@ std::string renderLogFormat(std::string_view format, const std::vector<LogValue>
             j = close + 1;
         }
         // Flags, width and precision, kept for printf; "*" takes an argument.
-        std::string spec = "%";
+        std::string printfFormat = "%";
         while (j < format.size() && std::string_view("-+ #0").find(format[j]) != std::string_view::npos)
-            spec.push_back(format[j++]);
+            printfFormat.push_back(format[j++]);
         while (j < format.size() && format[j] >= '0' && format[j] <= '9')
-            spec.push_back(format[j++]);
+            printfFormat.push_back(format[j++]);
         if (j < format.size() && format[j] == '.') {
-            spec.push_back(format[j++]);
+            printfFormat.push_back(format[j++]);
             if (j < format.size() && format[j] == '*') {
                 ++j;
                 const LogValue* precision = take();
                 long long digits = precision ? asSigned(*precision) : 0;
-                spec += std::to_string(digits < 0 ? 0 : (digits > 64 ? 64 : digits));
+                printfFormat += std::to_string(digits < 0 ? 0 : (digits > 64 ? 64 : digits));
             } else {
                 while (j < format.size() && format[j] >= '0' && format[j] <= '9')
-                    spec.push_back(format[j++]);
+                    printfFormat.push_back(format[j++]);
             }
         }
         // Length modifiers do not matter: every integer travels as 64 bits.
@@ -180,13 +180,13 @@ std::string renderLogFormat(std::string_view format, const std::vector<LogValue>
             break;
         case 'd':
         case 'i':
-            out += printfOne(spec + "lld", static_cast<long long>(asSigned(*value)));
+            out += printfOne(printfFormat + "lld", static_cast<long long>(asSigned(*value)));
             break;
         case 'u':
         case 'x':
         case 'X':
         case 'o':
-            out += printfOne(spec + "ll" + conversion, static_cast<unsigned long long>(asUnsigned(*value)));
+            out += printfOne(printfFormat + "ll" + conversion, static_cast<unsigned long long>(asUnsigned(*value)));
             break;
         case 'f':
         case 'F':
@@ -194,7 +194,7 @@ std::string renderLogFormat(std::string_view format, const std::vector<LogValue>
         case 'E':
         case 'g':
         case 'G':
-            out += printfOne(spec + conversion, asDouble(*value));
+            out += printfOne(printfFormat + conversion, asDouble(*value));
             break;
         case 'c':
             out.push_back(static_cast<char>(asSigned(*value)));

@@ -54,7 +54,7 @@ fs::path StudioMusic::overlayRoot(const fs::path& worldsDirectory)
     return directory.parent_path() / folderName;
 }
 
-std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const fs::path& worldsDirectory, const MediaInspector& media)
+std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const fs::path& worldsDirectory, const MediaProbe& media)
 {
     fs::path root = overlayRoot(worldsDirectory);
     fs::path folder = root / worldID;
@@ -124,7 +124,7 @@ std::map<std::string, std::optional<StudioMusic>>& cache()
 }
 } // namespace
 
-std::optional<StudioMusic> StudioMusic::load(const WorldPackage& world, const MediaInspector& media)
+std::optional<StudioMusic> StudioMusic::load(const WorldPackage& world, const MediaProbe& media)
 {
     {
         std::lock_guard lock(cacheMutex);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Sound/StudioMusicManifest.h"
 #include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldPackage.h"
@@ -38,12 +38,12 @@ struct StudioMusic {
 
     // Reads and checks one world's overlay; nothing (with a log line, unless
     // there simply is none) when it cannot be used.
-    static std::optional<StudioMusic> load(const std::string& worldID, const std::filesystem::path& worldsDirectory, const MediaInspector& media);
+    static std::optional<StudioMusic> load(const std::string& worldID, const std::filesystem::path& worldsDirectory, const MediaProbe& media);
 
     // The same for a loaded package, from the folder that holds it; kept in a
     // process-wide cache by world id for the life of the process (an overlay
     // changes only with an installation, which restarts the saver).
-    static std::optional<StudioMusic> load(const WorldPackage& world, const MediaInspector& media);
+    static std::optional<StudioMusic> load(const WorldPackage& world, const MediaProbe& media);
     static void clearCache();
 
     // The track for the phase: "night" or "day", else "main"; none without a

@@ -31,7 +31,7 @@ std::vector<fs::path> WorldLibrary::packageEntries(const fs::path& folder)
     return entries;
 }
 
-WorldLibrary WorldLibrary::searching(const std::vector<fs::path>& folders, const MediaInspector& media)
+WorldLibrary WorldLibrary::searching(const std::vector<fs::path>& folders, const MediaProbe& media)
 {
     WorldLibrary library;
     std::set<std::string> seen;
@@ -58,7 +58,7 @@ std::optional<fs::path> WorldLibrary::worldsDirectory(const Bundle& bundle)
     return *bundle.resourcesDirectory / "Worlds";
 }
 
-WorldLibrary WorldLibrary::bundle(const Bundle& bundle, const MediaInspector& media)
+WorldLibrary WorldLibrary::bundle(const Bundle& bundle, const MediaProbe& media)
 {
     auto directory = worldsDirectory(bundle);
     if (!directory)

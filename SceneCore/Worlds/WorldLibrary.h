@@ -1,7 +1,7 @@
 #pragma once
 
 #include "SceneCore/Runtime/Bundle.h"
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "SceneCore/Worlds/WorldPackageError.h"
 
@@ -29,10 +29,10 @@ public:
 
     // Scans the folders in order; within a folder, entries sort by name with
     // plain byte ordering. The first package with an id wins.
-    static WorldLibrary searching(const std::vector<std::filesystem::path>& folders, const MediaInspector& media);
+    static WorldLibrary searching(const std::vector<std::filesystem::path>& folders, const MediaProbe& media);
 
     // Scans the bundle's own worlds folder, if it has one.
-    static WorldLibrary bundle(const Bundle& bundle, const MediaInspector& media);
+    static WorldLibrary bundle(const Bundle& bundle, const MediaProbe& media);
 
     // The bundle's resources folder with "Worlds" appended.
     static std::optional<std::filesystem::path> worldsDirectory(const Bundle& bundle);

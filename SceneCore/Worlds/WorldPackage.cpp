@@ -72,7 +72,7 @@ fs::path resolved(const fs::path& path)
     return error ? path.lexically_normal() : result;
 }
 
-std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track& track, const std::string& field, const fs::path& root, const MediaInspector& media)
+std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track& track, const std::string& field, const fs::path& root, const MediaProbe& media)
 {
     if (!withinUnit(track.defaultVolume))
         return std::unexpected(WorldPackageError::invalidValue(field + ".defaultVolume", std::string(WorldPackageError::volumeReason)));
@@ -169,7 +169,7 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
     return candidate;
 }
 
-std::expected<void, WorldPackageError> WorldPackage::validate(const WorldManifest& manifest, const fs::path& root, const MediaInspector& media)
+std::expected<void, WorldPackageError> WorldPackage::validate(const WorldManifest& manifest, const fs::path& root, const MediaProbe& media)
 {
     if (!WorldManifest::supportedFormatVersions.contains(manifest.formatVersion))
         return std::unexpected(WorldPackageError::unsupportedFormatVersion(manifest.formatVersion));
@@ -222,7 +222,7 @@ std::vector<std::string> WorldPackage::validVariations(const WorldManifest::Visu
     return valid;
 }
 
-std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaInspector& media)
+std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaProbe& media)
 {
     std::error_code error;
     if (!fs::is_directory(url, error))
@@ -343,7 +343,7 @@ std::string videoProbeReason(const VideoProbeResult& result)
     return "not a readable movie";
 }
 
-std::expected<void, WorldPackageError> WorldPackage::verifyMedia(const MediaInspector& media) const
+std::expected<void, WorldPackageError> WorldPackage::verifyMedia(const MediaProbe& media) const
 {
     auto problem = media.probeVideo(visualURL());
     if (!problem)

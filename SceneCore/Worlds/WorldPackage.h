@@ -1,7 +1,7 @@
 #pragma once
 
 #include "SceneCore/Runtime/DecodingError.h"
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldManifest.h"
 #include "SceneCore/Worlds/WorldPackageError.h"
@@ -27,10 +27,10 @@ public:
 
     // Loads and validates one folder. Versions and variations that fail are
     // dropped with a log line; anything else that fails fails the package.
-    static std::expected<WorldPackage, WorldPackageError> contentsOf(const std::filesystem::path& url, const MediaInspector& media);
+    static std::expected<WorldPackage, WorldPackageError> contentsOf(const std::filesystem::path& url, const MediaProbe& media);
 
     // Checks a manifest against its folder, first failure wins.
-    static std::expected<void, WorldPackageError> validate(const WorldManifest& manifest, const std::filesystem::path& root, const MediaInspector& media);
+    static std::expected<void, WorldPackageError> validate(const WorldManifest& manifest, const std::filesystem::path& root, const MediaProbe& media);
 
     // Resolves a relative path inside the package to an existing, non-empty
     // file that really lies inside it (links included).
@@ -61,7 +61,7 @@ public:
 
     // Decodes the start of the main video to prove that it plays here.
     // Blocking; run it off the main thread where that matters.
-    std::expected<void, WorldPackageError> verifyMedia(const MediaInspector& media) const;
+    std::expected<void, WorldPackageError> verifyMedia(const MediaProbe& media) const;
 
     bool operator==(const WorldPackage&) const = default;
 

@@ -1,5 +1,5 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
 #include "SceneCore/Picture/PixelSceneView.h"
 #include "SceneCore/Picture/PosterStore.h"
@@ -364,7 +364,7 @@ TEST(SDLSceneSurface, WindowSurfaceFollowsAResizeAndTheViewLaysOutAgain)
         manifest["visual"]["protectsSafeArea"] = true;
         auto folder = testing::PackageWriter::write(dir.path(), "resize.hushmeadow", manifest,
                                                     {{"loop.mp4", testing::video()}, {"poster.png", testing::poster(16, 12)}});
-        FFmpegMediaInspector media;
+        FFmpegMediaProbe media;
         auto world = WorldPackage::contentsOf(folder, media);
         ASSERT_TRUE(world.has_value()) << world.error().description();
 

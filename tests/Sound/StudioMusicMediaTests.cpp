@@ -1,4 +1,4 @@
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Sound/MusicSelection.h"
 #include "SceneCore/Sound/StudioMusic.h"
 #include "tests/support/FixtureKit.h"
@@ -18,7 +18,7 @@ using Json = nlohmann::json;
 class StudioMusicTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
-    FFmpegMediaInspector media;
+    FFmpegMediaProbe media;
     testing::LogCapture log;
     fs::path worlds = dir / "Worlds";
     fs::path overlay = dir / "StudioMusic" / "meadow";

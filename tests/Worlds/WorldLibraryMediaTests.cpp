@@ -1,4 +1,4 @@
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
@@ -25,7 +25,7 @@ std::vector<std::string> ids(const WorldLibrary& library)
 class WorldLibraryTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
-    FFmpegMediaInspector media;
+    FFmpegMediaProbe media;
 };
 
 TEST_F(WorldLibraryTest, ScansByPlainNameOrderAndIgnoresOtherEntries)

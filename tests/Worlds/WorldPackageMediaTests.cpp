@@ -1,4 +1,4 @@
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
@@ -18,7 +18,7 @@ using ::testing::HasSubstr;
 class WorldPackageTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
-    FFmpegMediaInspector media;
+    FFmpegMediaProbe media;
 
     std::expected<WorldPackage, WorldPackageError> load(const Json& manifest, const PackageWriter::Media& files = {{"loop.mp4", testing::video()}})
     {

@@ -226,34 +226,34 @@ std::string runCommand(const std::string& shellCommand)
     return output;
 }
 
-const fs::path& video(const VideoSpec& spec)
+const fs::path& video(const VideoSpec& wanted)
 {
-    if (spec.width <= 0 || spec.height <= 0 || spec.fps <= 0 || !(spec.seconds > 0))
+    if (wanted.width <= 0 || wanted.height <= 0 || wanted.fps <= 0 || !(wanted.seconds > 0))
         throw std::invalid_argument("video fixture needs a positive size, rate and length");
-    long frames = std::max(1L, std::lround(spec.seconds * spec.fps));
-    bool even = spec.width % 2 == 0 && spec.height % 2 == 0;
+    long frames = std::max(1L, std::lround(wanted.seconds * wanted.fps));
+    bool even = wanted.width % 2 == 0 && wanted.height % 2 == 0;
 
     std::string codec;
     std::string muxing;
-    if (spec.container == "webm") {
-        if (spec.exact)
+    if (wanted.container == "webm") {
+        if (wanted.exact)
             throw std::invalid_argument("exact video fixtures need an H.264 container");
         codec = "-c:v libvpx-vp9 -deadline realtime -b:v 0 -crf 40 -pix_fmt " + std::string(even ? "yuv420p" : "yuv444p");
-    } else if (spec.container == "mp4" || spec.container == "mov" || spec.container == "m4v" || spec.container == "mkv") {
-        codec = spec.exact ? "-c:v libx264rgb -preset ultrafast -qp 0 -pix_fmt rgb24"
+    } else if (wanted.container == "mp4" || wanted.container == "mov" || wanted.container == "m4v" || wanted.container == "mkv") {
+        codec = wanted.exact ? "-c:v libx264rgb -preset ultrafast -qp 0 -pix_fmt rgb24"
                            : "-c:v libx264 -preset ultrafast -crf 23 -pix_fmt " + std::string(even ? "yuv420p" : "yuv444p");
-        if (spec.container != "mkv")
+        if (wanted.container != "mkv")
             muxing = " -movflags +faststart";
     } else {
-        throw std::invalid_argument("no video fixture for container " + spec.container);
+        throw std::invalid_argument("no video fixture for container " + wanted.container);
     }
 
-    std::string name = "video-" + std::to_string(spec.width) + "x" + std::to_string(spec.height) + "-"
-        + std::to_string(spec.fps) + "fps-" + std::to_string(frames) + (spec.exact ? "-exact." : "-lossy.") + spec.container;
+    std::string name = "video-" + std::to_string(wanted.width) + "x" + std::to_string(wanted.height) + "-"
+        + std::to_string(wanted.fps) + "fps-" + std::to_string(frames) + (wanted.exact ? "-exact." : "-lossy.") + wanted.container;
     return cache().file(name, [&](const fs::path& out) {
-        runCommand(ffmpeg + "-f lavfi -i testsrc2=size=" + std::to_string(spec.width) + "x"
-            + std::to_string(spec.height) + ":rate=" + std::to_string(spec.fps) + " -frames:v "
-            + std::to_string(frames) + " " + codec + muxing + " -f " + (spec.container == "mkv" ? "matroska" : spec.container == "m4v" ? "mp4" : spec.container)
+        runCommand(ffmpeg + "-f lavfi -i testsrc2=size=" + std::to_string(wanted.width) + "x"
+            + std::to_string(wanted.height) + ":rate=" + std::to_string(wanted.fps) + " -frames:v "
+            + std::to_string(frames) + " " + codec + muxing + " -f " + (wanted.container == "mkv" ? "matroska" : wanted.container == "m4v" ? "mp4" : wanted.container)
             + " " + shellQuoted(out.string()));
     });
 }
@@ -286,9 +286,9 @@ const fs::path& poster(int width, int height)
     return cache().file(name, [&](const fs::path& out) { writePNG(out, image); });
 }
 
-const fs::path& audio(const AudioSpec& spec)
+const fs::path& audio(const AudioSpec& wanted)
 {
-    if (spec.sampleRate <= 0 || spec.channels <= 0 || !(spec.seconds > 0) || !(spec.frequency > 0))
+    if (wanted.sampleRate <= 0 || wanted.channels <= 0 || !(wanted.seconds > 0) || !(wanted.frequency > 0))
         throw std::invalid_argument("audio fixture needs a positive rate, channel count, length and frequency");
     static const std::map<std::string, std::string> codecs = {
         {"wav", "-c:a pcm_s16le"},
@@ -298,18 +298,18 @@ const fs::path& audio(const AudioSpec& spec)
         {"ogg", "-c:a libvorbis"},
         {"opus", "-c:a libopus -b:a 64k"},
     };
-    auto codec = codecs.find(spec.container);
+    auto codec = codecs.find(wanted.container);
     if (codec == codecs.end())
-        throw std::invalid_argument("no audio fixture for container " + spec.container);
-    long long frames = std::llround(spec.seconds * spec.sampleRate);
+        throw std::invalid_argument("no audio fixture for container " + wanted.container);
+    long long frames = std::llround(wanted.seconds * wanted.sampleRate);
 
-    std::string name = "audio-" + std::to_string(frames) + "frames-" + std::to_string(spec.sampleRate) + "hz-"
-        + std::to_string(spec.channels) + "ch-" + number(spec.frequency) + "." + spec.container;
+    std::string name = "audio-" + std::to_string(frames) + "frames-" + std::to_string(wanted.sampleRate) + "hz-"
+        + std::to_string(wanted.channels) + "ch-" + number(wanted.frequency) + "." + wanted.container;
     return cache().file(name, [&](const fs::path& out) {
-        runCommand(ffmpeg + "-f lavfi -i " + shellQuoted("sine=frequency=" + number(spec.frequency) + ":sample_rate="
-                       + std::to_string(spec.sampleRate) + ",atrim=end_sample=" + std::to_string(frames))
-            + " -ac " + std::to_string(spec.channels) + " " + codec->second + " -f "
-            + (spec.container == "m4a" ? "ipod" : spec.container == "opus" ? "ogg" : spec.container) + " "
+        runCommand(ffmpeg + "-f lavfi -i " + shellQuoted("sine=frequency=" + number(wanted.frequency) + ":sample_rate="
+                       + std::to_string(wanted.sampleRate) + ",atrim=end_sample=" + std::to_string(frames))
+            + " -ac " + std::to_string(wanted.channels) + " " + codec->second + " -f "
+            + (wanted.container == "m4a" ? "ipod" : wanted.container == "opus" ? "ogg" : wanted.container) + " "
             + shellQuoted(out.string()));
     });
 }

@@ -54,10 +54,10 @@ struct AudioSpec {
 // temp folder, is unique to the process and is removed at exit.
 
 // A video of ffmpeg's "testsrc2" pattern: moving, different in every frame.
-const std::filesystem::path& video(const VideoSpec& spec = {});
+const std::filesystem::path& video(const VideoSpec& wanted = {});
 // An RGBA PNG holding exactly posterImage(width, height).
 const std::filesystem::path& poster(int width = 16, int height = 9);
-const std::filesystem::path& audio(const AudioSpec& spec = {});
+const std::filesystem::path& audio(const AudioSpec& wanted = {});
 // A valid WAV header (16-bit stereo, 48 kHz) with zero sample frames.
 const std::filesystem::path& emptyWav();
 

@@ -1,4 +1,4 @@
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 
 #include "Platforms/Linux/FFmpegInput.h"
 
@@ -74,7 +74,7 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
 
 } // namespace
 
-std::optional<PixelSize> FFmpegMediaInspector::imagePixelSize(const std::filesystem::path& file) const
+std::optional<PixelSize> FFmpegMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
     auto input = FFmpegInput::open(file, MediaKind::image);
     if (!input)
@@ -88,7 +88,7 @@ std::optional<PixelSize> FFmpegMediaInspector::imagePixelSize(const std::filesys
     return PixelSize{parameters.width, parameters.height};
 }
 
-std::expected<AudioFileInfo, std::string> FFmpegMediaInspector::audioFileInfo(const std::filesystem::path& file) const
+std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)
@@ -121,7 +121,7 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaInspector::audioFileInfo(co
     return info;
 }
 
-std::optional<VideoProbeResult> FFmpegMediaInspector::probeVideo(const std::filesystem::path& file) const
+std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesystem::path& file) const
 {
     auto input = FFmpegInput::open(file, MediaKind::video);
     if (!input)

@@ -36,9 +36,9 @@ struct VideoProbeResult {
 // The media checks that package validation needs, each reading one local file
 // only as far as it must. Implementations must never open any file other than
 // the one given, nor any network location.
-class MediaInspector {
+class MediaProbe {
 public:
-    virtual ~MediaInspector() = default;
+    virtual ~MediaProbe() = default;
 
     // The pixel size of the first image in the file, read from its header;
     // nothing when it is not a readable image.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SceneCore/Runtime/MediaInspector.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 
 namespace hushmeadows {
 
@@ -8,7 +8,7 @@ namespace hushmeadows {
 // the "file" protocol alone, through demuxers that read only that one file:
 // playlists and concatenation (hls, concat, …) are refused, and no nested
 // open of another file or URL is ever allowed.
-class FFmpegMediaInspector final : public MediaInspector {
+class FFmpegMediaProbe final : public MediaProbe {
 public:
     std::optional<PixelSize> imagePixelSize(const std::filesystem::path& file) const override;
     std::expected<AudioFileInfo, std::string> audioFileInfo(const std::filesystem::path& file) const override;

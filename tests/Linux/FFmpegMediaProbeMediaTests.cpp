@@ -1,5 +1,5 @@
 #include "Platforms/Linux/FFmpegInput.h"
-#include "Platforms/Linux/FFmpegMediaInspector.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "tests/support/FixtureKit.h"
 
 extern "C" {
@@ -16,7 +16,7 @@ namespace {
 
 using testing::TempDir;
 
-class FFmpegMediaInspectorTest : public ::testing::Test {
+class FFmpegMediaProbeTest : public ::testing::Test {
 protected:
     // Broken files are the point of many cases here; FFmpeg's complaints
     // about them would only bury real failures.
@@ -40,13 +40,13 @@ protected:
             + testing::shellQuoted(file.string()));
     }
 
-    FFmpegMediaInspector inspector;
+    FFmpegMediaProbe inspector;
     TempDir dir;
 };
 
 // Images ---------------------------------------------------------------------
 
-TEST_F(FFmpegMediaInspectorTest, ReportsThePixelSizeOfPNGAndJPEGPosters)
+TEST_F(FFmpegMediaProbeTest, ReportsThePixelSizeOfPNGAndJPEGPosters)
 {
     EXPECT_EQ(inspector.imagePixelSize(testing::poster(16, 9)), (PixelSize{16, 9}));
     EXPECT_EQ(inspector.imagePixelSize(testing::poster(7, 5)), (PixelSize{7, 5}));
@@ -62,7 +62,7 @@ TEST_F(FFmpegMediaInspectorTest, ReportsThePixelSizeOfPNGAndJPEGPosters)
     EXPECT_EQ(inspector.imagePixelSize(dir / "photo.png"), (PixelSize{40, 30}));
 }
 
-TEST_F(FFmpegMediaInspectorTest, FilesThatAreNoImagesHaveNoPixelSize)
+TEST_F(FFmpegMediaProbeTest, FilesThatAreNoImagesHaveNoPixelSize)
 {
     testing::writeText(dir / "notes.png", "just some text, not a picture\n");
     testing::writeText(dir / "empty.png", "");
@@ -85,7 +85,7 @@ TEST_F(FFmpegMediaInspectorTest, FilesThatAreNoImagesHaveNoPixelSize)
 
 // Audio ----------------------------------------------------------------------
 
-TEST_F(FFmpegMediaInspectorTest, LosslessAudioHasItsExactLengthFormatAndChannels)
+TEST_F(FFmpegMediaProbeTest, LosslessAudioHasItsExactLengthFormatAndChannels)
 {
     auto wav = inspector.audioFileInfo(testing::audio({.seconds = 0.25, .sampleRate = 48000, .channels = 2}));
     ASSERT_TRUE(wav) << wav.error();
@@ -103,7 +103,7 @@ TEST_F(FFmpegMediaInspectorTest, LosslessAudioHasItsExactLengthFormatAndChannels
 
 // Lossy encoders add priming and padding frames; the length must be that of
 // the audio that went in, not of what a naive decode yields.
-TEST_F(FFmpegMediaInspectorTest, LossyAudioLengthLeavesOutEncoderPriming)
+TEST_F(FFmpegMediaProbeTest, LossyAudioLengthLeavesOutEncoderPriming)
 {
     for (std::string container : {"m4a", "mp3", "ogg", "opus"}) {
         SCOPED_TRACE(container);
@@ -115,7 +115,7 @@ TEST_F(FFmpegMediaInspectorTest, LossyAudioLengthLeavesOutEncoderPriming)
     }
 }
 
-TEST_F(FFmpegMediaInspectorTest, AWAVWithoutSampleFramesOpensWithLengthZero)
+TEST_F(FFmpegMediaProbeTest, AWAVWithoutSampleFramesOpensWithLengthZero)
 {
     auto info = inspector.audioFileInfo(testing::emptyWav());
     ASSERT_TRUE(info) << info.error();
@@ -124,7 +124,7 @@ TEST_F(FFmpegMediaInspectorTest, AWAVWithoutSampleFramesOpensWithLengthZero)
     EXPECT_EQ(info->channelCount, 2);
 }
 
-TEST_F(FFmpegMediaInspectorTest, FilesWithoutAudioAreErrorsWithAReason)
+TEST_F(FFmpegMediaProbeTest, FilesWithoutAudioAreErrorsWithAReason)
 {
     testing::writeText(dir / "notes.wav", "RIFF? no, just text\n");
     testing::writeText(dir / "empty.wav", "");
@@ -138,7 +138,7 @@ TEST_F(FFmpegMediaInspectorTest, FilesWithoutAudioAreErrorsWithAReason)
 
 // Video probe ----------------------------------------------------------------
 
-TEST_F(FFmpegMediaInspectorTest, PlayableVideosPassTheProbe)
+TEST_F(FFmpegMediaProbeTest, PlayableVideosPassTheProbe)
 {
     EXPECT_EQ(inspector.probeVideo(testing::video()), std::nullopt);
     EXPECT_EQ(inspector.probeVideo(testing::video({.exact = true})), std::nullopt);
@@ -147,7 +147,7 @@ TEST_F(FFmpegMediaInspectorTest, PlayableVideosPassTheProbe)
     EXPECT_EQ(inspector.probeVideo(testing::video({.container = "webm"})), std::nullopt);
 }
 
-TEST_F(FFmpegMediaInspectorTest, ProbeNamesTheStepAVideoFailsAt)
+TEST_F(FFmpegMediaProbeTest, ProbeNamesTheStepAVideoFailsAt)
 {
     testing::writeText(dir / "notes.mp4", "a text file under a video name\n");
     testing::writeText(dir / "empty.mp4", "");
@@ -165,7 +165,7 @@ TEST_F(FFmpegMediaInspectorTest, ProbeNamesTheStepAVideoFailsAt)
 }
 
 // The header (moved to the front) survives, the frames do not.
-TEST_F(FFmpegMediaInspectorTest, AVideoCutOffBeforeItsFramesHasNoDecodableFrames)
+TEST_F(FFmpegMediaProbeTest, AVideoCutOffBeforeItsFramesHasNoDecodableFrames)
 {
     const auto& source = testing::video({.seconds = 1});
     std::string listing = testing::runCommand("ffprobe -v error -show_entries packet=pos -select_streams v -of csv=p=0 "
@@ -180,7 +180,7 @@ TEST_F(FFmpegMediaInspectorTest, AVideoCutOffBeforeItsFramesHasNoDecodableFrames
 
 // Only the given file is ever read -------------------------------------------
 
-TEST_F(FFmpegMediaInspectorTest, PlaylistsNamingAnotherVideoAreRefused)
+TEST_F(FFmpegMediaProbeTest, PlaylistsNamingAnotherVideoAreRefused)
 {
     // Absolute locations: they resolve no matter what the file is opened as.
     auto real = dir / "elsewhere" / "real.mp4";
@@ -207,7 +207,7 @@ TEST_F(FFmpegMediaInspectorTest, PlaylistsNamingAnotherVideoAreRefused)
     EXPECT_FALSE(inspector.audioFileInfo(audioPlaylist));
 }
 
-TEST_F(FFmpegMediaInspectorTest, ConcatScriptsNamingAnotherFileAreRefused)
+TEST_F(FFmpegMediaProbeTest, ConcatScriptsNamingAnotherFileAreRefused)
 {
     testing::copyFile(testing::video(), dir / "real.mp4");
     testing::copyFile(testing::audio(), dir / "real.wav");
@@ -222,7 +222,7 @@ TEST_F(FFmpegMediaInspectorTest, ConcatScriptsNamingAnotherFileAreRefused)
     EXPECT_FALSE(inspector.audioFileInfo(dir / "music.wav"));
 }
 
-TEST_F(FFmpegMediaInspectorTest, ImageNamesAreNeverExpandedAsPatterns)
+TEST_F(FFmpegMediaProbeTest, ImageNamesAreNeverExpandedAsPatterns)
 {
     testing::copyFile(testing::poster(16, 9), dir / "frame1.png");
     testing::copyFile(testing::poster(16, 9), dir / "frame001.png");
@@ -236,7 +236,7 @@ TEST_F(FFmpegMediaInspectorTest, ImageNamesAreNeverExpandedAsPatterns)
     EXPECT_EQ(inspector.imagePixelSize(dir / "frame%d.png"), (PixelSize{8, 4}));
 }
 
-TEST_F(FFmpegMediaInspectorTest, ANamedPipeIsRefusedWithoutWaitingForAWriter)
+TEST_F(FFmpegMediaProbeTest, ANamedPipeIsRefusedWithoutWaitingForAWriter)
 {
     auto fifo = dir / "poster.png";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
