@@ -1,10 +1,35 @@
 #!/usr/bin/env bash
-# The main job on a fresh Debian 12 machine: install, build, and check the
-# bundled worlds exactly as the saver loads them (media decoded too).
+# The main job on a fresh Debian 12 machine: install, build, check the bundled
+# world as the saver loads it, then show it. On a desktop it plays full screen
+# (Escape or Ctrl-C ends it); on a machine without a display it plays for a
+# few seconds in a private Xvfb and saves a screenshot.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/install-deps.sh
 cmake --preset release -G Ninja
-cmake --build build/release -j"$(nproc)"
+cmake --build build/release -j"$(nproc)" --target hushmeadows
 program=build/release/Apps/hushmeadows/hushmeadows
-"$program" check --media build/release/Apps/hushmeadows/Resources/Worlds "$@"
+worlds=build/release/Apps/hushmeadows/Resources/Worlds
+"$program" check --media "$worlds"
+
+if [ -n "${DISPLAY:-}" ] && xdpyinfo > /dev/null 2>&1; then
+  exec "$program" play "$worlds/meadow.hushmeadow" "$@"
+fi
+
+display=""
+for n in $(seq 60 89); do
+  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
+done
+[ -n "$display" ] || { echo "no free X display number for Xvfb" >&2; exit 1; }
+Xvfb "$display" -screen 0 1280x720x24 -nolisten tcp -noreset > /dev/null 2>&1 &
+xvfb=$!
+trap 'kill $xvfb 2>/dev/null || true' EXIT
+for _ in $(seq 50); do DISPLAY=$display xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
+DISPLAY=$display "$program" play "$worlds/meadow.hushmeadow" "$@" &
+player=$!
+sleep 4
+mkdir -p build/run
+DISPLAY=$display xwd -root -silent | convert xwd:- png:build/run/meadow.png
+kill -TERM "$player"
+wait "$player"
+echo "No display here: the bundled world played in a private Xvfb; its screen is in build/run/meadow.png"
