@@ -37,6 +37,19 @@ float crossfadeAngle(float progress)
     return s * halfPi;
 }
 
+// A crossfade under way when a new one starts is folded into the outgoing
+// gains, so that nothing jumps; returns the share the current layer keeps.
+template <typename Entries>
+float foldRunningCrossfade(float progress, Entries& outgoing)
+{
+    if (progress >= 1)
+        return 1;
+    float x = crossfadeAngle(progress);
+    for (auto& entry : outgoing)
+        entry.gain *= std::cos(x);
+    return std::sin(x);
+}
+
 std::string fileName(const std::filesystem::path& url) { return url.filename().string(); }
 
 std::string nameOrNone(const std::optional<std::filesystem::path>& url) { return url ? fileName(*url) : std::string("none"); }
@@ -395,7 +408,7 @@ void AmbientAudioEngine::applyChannelVolumes()
     float m = std::clamp(musicVolume_, 0.0f, 1.0f);
     float a = std::clamp(ambienceVolume_, 0.0f, 1.0f);
 
-    float x = crossfadeAngle(musicFadeProgress_);
+    float x = crossfadeAngle(musicCrossfade_.progress);
     if (musicNode_)
         musicNode_->setVolume(m * std::sin(x));
     for (const Outgoing& entry : outgoing_)
@@ -403,8 +416,8 @@ void AmbientAudioEngine::applyChannelVolumes()
 
     float in = 1;
     float out = 0;
-    if (ambienceFadeProgress_ < 1) {
-        float y = crossfadeAngle(ambienceFadeProgress_);
+    if (ambienceCrossfade_.progress < 1) {
+        float y = crossfadeAngle(ambienceCrossfade_.progress);
         in = std::sin(y);
         out = std::cos(y);
     }
@@ -784,19 +797,8 @@ void AmbientAudioEngine::crossfadeMusic(LoadedSources sources, const std::option
 {
     if (!engine_)
         return;
-    // A crossfade under way is folded into the gains, so that nothing jumps.
-    float keep = 1;
-    if (musicFadeProgress_ < 1) {
-        float x = crossfadeAngle(musicFadeProgress_);
-        for (Outgoing& entry : outgoing_)
-            entry.gain *= std::cos(x);
-        keep = std::sin(x);
-    }
-    if (musicFadeTimer_) {
-        musicFadeTimer_->cancel();
-        musicFadeTimer_.reset();
-    }
-    musicFade_.reset();
+    float keep = foldRunningCrossfade(musicCrossfade_.progress, outgoing_);
+    musicCrossfade_.halt();
     if (musicNode_)
         outgoing_.push_back(Outgoing{musicNode_, musicSource_, keep});
     musicNode_.reset();
@@ -811,43 +813,55 @@ void AmbientAudioEngine::crossfadeMusic(LoadedSources sources, const std::option
     } else {
         musicURL_.reset();
     }
-    musicFadeProgress_ = 0;
+    musicCrossfade_.progress = 0;
     applyChannelVolumes();
     if (musicNode_)
         playMusic(musicNode_, *musicSource_, frame, sources.musicLeadIn);
     Log::audio.notice("Music switched to %{public}s from frame %lld over %.*f s", nameOrNone(musicURL_), frame, 1, over);
 
-    if (over > 0) {
-        musicFade_ = CrossfadeTiming{services_.mainLoop.mediaTime(), over};
-        musicFadeTimer_ = services_.mainLoop.scheduleRepeating(fadeInterval, [weak = weakSelf()] {
-            if (auto self = weak.lock())
-                (*self)->stepMusicCrossfade();
-        });
-    } else {
-        finishMusicCrossfade();
-    }
+    runCrossfade(&AmbientAudioEngine::musicCrossfade_, over, &AmbientAudioEngine::finishMusicCrossfade);
 }
 
-void AmbientAudioEngine::stepMusicCrossfade()
+void AmbientAudioEngine::LayerCrossfade::halt()
 {
-    if (!musicFade_) {
-        finishMusicCrossfade();
+    if (timer) {
+        timer->cancel();
+        timer.reset();
+    }
+    timing.reset();
+}
+
+void AmbientAudioEngine::runCrossfade(LayerCrossfade AmbientAudioEngine::*layer, double over, Finish finish)
+{
+    if (!(over > 0)) {
+        (this->*finish)();
         return;
     }
-    double p = progressAt(services_.mainLoop.mediaTime(), musicFade_->start, musicFade_->duration);
-    musicFadeProgress_ = static_cast<float>(p);
+    LayerCrossfade& fade = this->*layer;
+    fade.timing = CrossfadeTiming{services_.mainLoop.mediaTime(), over};
+    fade.timer = services_.mainLoop.scheduleRepeating(fadeInterval, [weak = weakSelf(), layer, finish] {
+        if (auto self = weak.lock())
+            (*self)->stepCrossfade(layer, finish);
+    });
+}
+
+void AmbientAudioEngine::stepCrossfade(LayerCrossfade AmbientAudioEngine::*layer, Finish finish)
+{
+    LayerCrossfade& fade = this->*layer;
+    if (!fade.timing) {
+        (this->*finish)();
+        return;
+    }
+    double p = progressAt(services_.mainLoop.mediaTime(), fade.timing->start, fade.timing->duration);
+    fade.progress = static_cast<float>(p);
     applyChannelVolumes();
     if (p >= 1)
-        finishMusicCrossfade();
+        (this->*finish)();
 }
 
 void AmbientAudioEngine::finishMusicCrossfade()
 {
-    if (musicFadeTimer_) {
-        musicFadeTimer_->cancel();
-        musicFadeTimer_.reset();
-    }
-    musicFade_.reset();
+    musicCrossfade_.halt();
     bool retired = !outgoing_.empty();
     for (Outgoing& entry : outgoing_) {
         if (auto streamer = streamerOf(entry.source))
@@ -856,7 +870,7 @@ void AmbientAudioEngine::finishMusicCrossfade()
         retiring_.push_back(entry.node);
     }
     outgoing_.clear();
-    musicFadeProgress_ = 1;
+    musicCrossfade_.progress = 1;
     applyChannelVolumes();
     if (retired)
         scheduleRetiredRelease();
@@ -974,18 +988,8 @@ void AmbientAudioEngine::crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, co
 {
     if (!engine_)
         return;
-    float keep = 1;
-    if (ambienceFadeProgress_ < 1) {
-        float x = crossfadeAngle(ambienceFadeProgress_);
-        for (OutgoingAmbience& entry : outgoingAmbience_)
-            entry.gain *= std::cos(x);
-        keep = std::sin(x);
-    }
-    if (ambienceFadeTimer_) {
-        ambienceFadeTimer_->cancel();
-        ambienceFadeTimer_.reset();
-    }
-    ambienceFade_.reset();
+    float keep = foldRunningCrossfade(ambienceCrossfade_.progress, outgoingAmbience_);
+    ambienceCrossfade_.halt();
     if (ambienceNode_)
         outgoingAmbience_.push_back(OutgoingAmbience{ambienceNode_, ambienceBuffer_, ambienceURL_, keep});
     ambienceNode_.reset();
@@ -998,50 +1002,25 @@ void AmbientAudioEngine::crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, co
     } else {
         ambienceURL_.reset();
     }
-    ambienceFadeProgress_ = 0;
+    ambienceCrossfade_.progress = 0;
     applyChannelVolumes();
     if (ambienceNode_)
         playAmbience(*ambienceNode_, ambienceBuffer_);
     Log::audio.notice("Ambience switched to %{public}s over %.*f s", nameOrNone(ambienceURL_), 1, over);
 
-    if (over > 0) {
-        ambienceFade_ = CrossfadeTiming{services_.mainLoop.mediaTime(), over};
-        ambienceFadeTimer_ = services_.mainLoop.scheduleRepeating(fadeInterval, [weak = weakSelf()] {
-            if (auto self = weak.lock())
-                (*self)->stepAmbienceCrossfade();
-        });
-    } else {
-        finishAmbienceCrossfade();
-    }
-}
-
-void AmbientAudioEngine::stepAmbienceCrossfade()
-{
-    if (!ambienceFade_) {
-        finishAmbienceCrossfade();
-        return;
-    }
-    double p = progressAt(services_.mainLoop.mediaTime(), ambienceFade_->start, ambienceFade_->duration);
-    ambienceFadeProgress_ = static_cast<float>(p);
-    applyChannelVolumes();
-    if (p >= 1)
-        finishAmbienceCrossfade();
+    runCrossfade(&AmbientAudioEngine::ambienceCrossfade_, over, &AmbientAudioEngine::finishAmbienceCrossfade);
 }
 
 void AmbientAudioEngine::finishAmbienceCrossfade()
 {
-    if (ambienceFadeTimer_) {
-        ambienceFadeTimer_->cancel();
-        ambienceFadeTimer_.reset();
-    }
-    ambienceFade_.reset();
+    ambienceCrossfade_.halt();
     bool retired = !outgoingAmbience_.empty();
     for (OutgoingAmbience& entry : outgoingAmbience_) {
         entry.node->stop();
         retiringAmbience_.push_back(RetiringAmbience{entry.node, entry.url, entry.buffer});
     }
     outgoingAmbience_.clear();
-    ambienceFadeProgress_ = 1;
+    ambienceCrossfade_.progress = 1;
     applyChannelVolumes();
     if (retired)
         scheduleRetiredRelease();

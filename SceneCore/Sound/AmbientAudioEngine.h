@@ -200,6 +200,16 @@ private:
         double start = 0;
         double duration = 0;
     };
+    // One layer's crossfade: its timing, the timer that steps it, and its
+    // progress (1 outside a crossfade).
+    struct LayerCrossfade {
+        std::optional<CrossfadeTiming> timing;
+        std::shared_ptr<Cancellable> timer;
+        float progress = 1;
+        // Stops stepping; the progress stays where it is.
+        void halt();
+    };
+    using Finish = void (AmbientAudioEngine::*)();
     struct AmbienceWaiter {
         int id = 0;
         std::function<void(bool)> done;
@@ -226,12 +236,14 @@ private:
     std::int64_t nextEntryPoint(const std::filesystem::path& url);
     void decodeMusic(const std::filesystem::path& url, double over);
     void crossfadeMusic(LoadedSources sources, const std::optional<std::filesystem::path>& url, double over);
-    void stepMusicCrossfade();
     void finishMusicCrossfade();
+    // Steps the layer's progress on the main loop over `over` seconds, then
+    // calls finish; without a length, finishes at once.
+    void runCrossfade(LayerCrossfade AmbientAudioEngine::*layer, double over, Finish finish);
+    void stepCrossfade(LayerCrossfade AmbientAudioEngine::*layer, Finish finish);
     void decodeAmbience(const std::filesystem::path& url, double over);
     std::shared_ptr<PCMBuffer> heldAmbience(const std::filesystem::path& url) const;
     void crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, const std::optional<std::filesystem::path>& url, double over);
-    void stepAmbienceCrossfade();
     void finishAmbienceCrossfade();
     void ambienceSettled(bool decoded);
     void scheduleRetiredRelease();
@@ -264,9 +276,7 @@ private:
     // that every session begins somewhere new.
     std::map<std::filesystem::path, std::size_t> entryCursor_;
     std::vector<std::shared_ptr<AudioPlayerNode>> retiring_;
-    std::optional<CrossfadeTiming> musicFade_;
-    std::shared_ptr<Cancellable> musicFadeTimer_;
-    float musicFadeProgress_ = 1;
+    LayerCrossfade musicCrossfade_;
     int switchGeneration_ = 0;
     std::vector<OutgoingAmbience> outgoingAmbience_;
     std::vector<RetiringAmbience> retiringAmbience_;
@@ -274,9 +284,7 @@ private:
     std::optional<std::filesystem::path> ambienceDecodingTo_;
     bool isDecodingAmbience_ = false;
     int ambienceDecodesStarted_ = 0;
-    std::optional<CrossfadeTiming> ambienceFade_;
-    std::shared_ptr<Cancellable> ambienceFadeTimer_;
-    float ambienceFadeProgress_ = 1;
+    LayerCrossfade ambienceCrossfade_;
     std::vector<AmbienceWaiter> ambienceWaiters_;
     int nextWaiterID_ = 0;
     const std::optional<AudioFormat> offlineFormat_;

@@ -12,13 +12,23 @@ namespace {
 
 using Path = std::vector<std::string>;
 
+// Collections and entries are identified by a non-empty text id; anything
+// without one is dropped.
+std::optional<std::string> identifier(const JsonReader& reader)
+{
+    auto id = reader.tolerant<std::string>("id", json::string);
+    if (!id || id->empty())
+        return std::nullopt;
+    return id;
+}
+
 std::optional<WorldCatalog::Entry> decodeEntry(const Json& value, const Path& path)
 {
     if (!value.is_object())
         return std::nullopt;
     JsonReader reader(value, path);
-    auto id = reader.tolerant<std::string>("id", json::string);
-    if (!id || id->empty())
+    auto id = identifier(reader);
+    if (!id)
         return std::nullopt;
     WorldCatalog::Entry entry;
     entry.id = *id;
@@ -33,8 +43,8 @@ std::optional<WorldCatalog::Collection> decodeCollection(const Json& value, cons
     if (!value.is_object())
         return std::nullopt;
     JsonReader reader(value, path);
-    auto id = reader.tolerant<std::string>("id", json::string);
-    if (!id || id->empty())
+    auto id = identifier(reader);
+    if (!id)
         return std::nullopt;
     WorldCatalog::Collection collection;
     collection.id = *id;
