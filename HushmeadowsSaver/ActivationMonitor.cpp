@@ -17,21 +17,26 @@ std::string ActivationMonitor::State::description() const
     return "unknown";
 }
 
-void ActivationMonitor::install(NotificationCenter& distributedCenter)
+ActivationMonitor::ActivationMonitor(std::function<void(ActivationMonitor&)> connect)
+    : connect_(std::move(connect))
+{
+}
+
+void ActivationMonitor::install()
 {
     if (installed_)
         return;
     installed_ = true;
-    distributedCenter.addObserver(didStartName, [this](const Notification& notification) {
-        bool fromPreferences = false;
-        if (auto it = notification.userInfo.find(runFromPrefKey); it != notification.userInfo.end()) {
-            if (const bool* flag = std::get_if<bool>(&it->second))
-                fromPreferences = *flag;
-        }
-        state_ = State::running(fromPreferences);
-        Log::saver.notice("didstart runFromPref=%{bool}d", fromPreferences);
-    });
-    distributedCenter.addObserver(didStopName, [this](const Notification&) { state_ = State::stopped(); });
+    if (connect_)
+        connect_(*this);
 }
+
+void ActivationMonitor::screenSaverDidStart(bool fromPreferences)
+{
+    state_ = State::running(fromPreferences);
+    Log::saver.notice("didstart runFromPref=%{bool}d", fromPreferences);
+}
+
+void ActivationMonitor::screenSaverDidStop() { state_ = State::stopped(); }
 
 } // namespace hushmeadows

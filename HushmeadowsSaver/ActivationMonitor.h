@@ -1,21 +1,17 @@
 #pragma once
 
-#include "HushmeadowsSaver/NotificationCenter.h"
-
+#include <functional>
 #include <string>
 
 namespace hushmeadows {
 
 // The last thing the system's screen saver said about itself: started (and
 // whether from the system's settings) or stopped. One per process: the host
-// makes it once and hands it to every view, which install() it; only the
-// first install observes.
+// makes it once, with a way to connect its own signals to the monitor's
+// calls, and hands it to every view, which install() it; only the first
+// install connects.
 class ActivationMonitor {
 public:
-    static constexpr const char* didStartName = "com.apple.screensaver.didstart";
-    static constexpr const char* didStopName = "com.apple.screensaver.didstop";
-    static constexpr const char* runFromPrefKey = "runFromPref";
-
     class State {
     public:
         enum class Kind { running, unknown, stopped };
@@ -36,14 +32,23 @@ public:
         bool fromPreferences_;
     };
 
-    // Observes didstart and didstop on the centre once; later calls do
-    // nothing. The observers live as long as the monitor.
-    void install(NotificationCenter& distributedCenter);
+    // connect starts the host's delivery of screenSaverDidStart/DidStop; it
+    // may call them at once (a host that knows it was started for real).
+    explicit ActivationMonitor(std::function<void(ActivationMonitor&)> connect = {});
+
+    // Connects once; later calls do nothing. The connection lives as long as
+    // the monitor.
+    void install();
     bool isInstalled() const { return installed_; }
+
+    // The host's calls, on the main thread.
+    void screenSaverDidStart(bool fromPreferences);
+    void screenSaverDidStop();
 
     const State& state() const { return state_; }
 
 private:
+    std::function<void(ActivationMonitor&)> connect_;
     State state_ = State::unknown();
     bool installed_ = false;
 };

@@ -38,13 +38,9 @@ int CompanionAnnouncement::Version::compare(const Version& other) const
     return 0;
 }
 
-std::string CompanionAnnouncement::versionText(const std::map<std::string, std::string>& info)
+std::string CompanionAnnouncement::versionText(const std::optional<std::string>& shortVersion, const std::optional<std::string>& buildVersion)
 {
-    auto value = [&](const char* key) {
-        auto it = info.find(key);
-        return it == info.end() ? std::string("0") : it->second;
-    };
-    return value("CFBundleShortVersionString") + " (" + value("CFBundleVersion") + ")";
+    return shortVersion.value_or("0") + " (" + buildVersion.value_or("0") + ")";
 }
 
 } // namespace hushmeadows

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +30,8 @@ struct CompanionAnnouncement {
 
     static Version minimumVersion() { return Version("1.0.0"); }
 
-    // "SHORT (BUILD)" from the bundle's information entries; a missing one is "0".
-    static std::string versionText(const std::map<std::string, std::string>& info);
+    // "SHORT (BUILD)" from the saver's two version texts; a missing one is "0".
+    static std::string versionText(const std::optional<std::string>& shortVersion, const std::optional<std::string>& buildVersion);
 };
 
 } // namespace hushmeadows

@@ -67,20 +67,12 @@ HushmeadowsScreenSaverView::HushmeadowsScreenSaverView(ScreenSaverHost& host, Sa
     if (!world_)
         Log::saver.error("[%{public}s] No valid world package in the screen saver bundle", instanceID_);
 
-    services_.activation.install(services_.distributedCenter);
+    services_.activation.install();
     announcePresence(services_);
-
-    std::weak_ptr<HushmeadowsScreenSaverView*> weak = self_;
-    stopObserver_ = services_.distributedCenter.addObserver(willStopNotification, [weak](const Notification&) {
-        if (auto alive = weak.lock())
-            (*alive)->handleScreenSaverWillStop();
-    });
 }
 
 HushmeadowsScreenSaverView::~HushmeadowsScreenSaverView()
 {
-    if (stopObserver_)
-        services_.distributedCenter.removeObserver(*stopObserver_);
     if (frameReport_)
         frameReport_->cancel();
     dropSceneView();
@@ -131,7 +123,7 @@ void HushmeadowsScreenSaverView::startAnimation()
                       settings_.screenSaverAllDisplays, rawValue(role_), settings_.screenSaverAudioEnabled, settings_.isMuted, audioAllowed);
 
     if (real)
-        services_.distributedCenter.post(Notification{didStartNotification, std::nullopt, {}});
+        services_.distributedCenter.post(Notification{didStartNotification, std::nullopt});
 
     if (world_ && role_ != Role::dark) {
         if (!sceneView_) {
@@ -248,7 +240,7 @@ void HushmeadowsScreenSaverView::viewDidMoveToWindow()
         stopEverything(false);
 }
 
-void HushmeadowsScreenSaverView::handleScreenSaverWillStop()
+void HushmeadowsScreenSaverView::screenSaverWillStop()
 {
     Log::saver.notice("[%{public}s] willstop", instanceID_);
     stopEverything(false);
@@ -295,7 +287,7 @@ void HushmeadowsScreenSaverView::scheduleFrameReport()
 void HushmeadowsScreenSaverView::announcePresence(SaverServices& services)
 {
     services.distributedCenter.post(
-        Notification{std::string(CompanionAnnouncement::name), CompanionAnnouncement::versionText(services.bundleInfo), {}});
+        Notification{std::string(CompanionAnnouncement::name), CompanionAnnouncement::versionText(services.shortVersion, services.buildVersion)});
 }
 
 HushmeadowsScreenSaverView::ActivationSignals HushmeadowsScreenSaverView::currentSignals(SaverServices& services)
@@ -312,8 +304,8 @@ std::shared_ptr<WatchedProcess> HushmeadowsScreenSaverView::runningEngine(SaverS
 {
     std::shared_ptr<WatchedProcess> latest;
     double latestLaunch = -std::numeric_limits<double>::infinity();
-    for (const auto& app : services.session.runningApplications()) {
-        if (app.bundleIdentifier != engineBundleIdentifier || !app.process || app.process->isTerminated())
+    for (const auto& app : services.session.engineProcesses()) {
+        if (!app.process || app.process->isTerminated())
             continue;
         double launched = app.launchDate.value_or(-std::numeric_limits<double>::infinity());
         if (!latest || launched > latestLaunch) {

@@ -34,7 +34,9 @@ struct SaverServices {
     ActivationMonitor& activation;
     std::function<HushmeadowsSettings()> loadSettings;
     std::function<WorldChoice(const HushmeadowsSettings&)> chooseWorld;
-    std::map<std::string, std::string> bundleInfo; // "CFBundleShortVersionString", "CFBundleVersion"
+    // The version texts of the installed saver; a missing one reads "0".
+    std::optional<std::string> shortVersion;
+    std::optional<std::string> buildVersion;
     std::function<std::uint32_t()> randomNumber;
     std::function<std::chrono::system_clock::time_point()> now;
     Calendar calendar = Calendar::current();
@@ -58,16 +60,14 @@ public:
     };
 
     static constexpr const char* didStartNotification = "app.hushmeadows.screensaver.didstart";
-    static constexpr const char* willStopNotification = "com.apple.screensaver.willstop";
-    static constexpr const char* engineBundleIdentifier = "com.apple.ScreenSaver.Engine";
     static constexpr double frameInterval = 1.0 / 48.0;
     static constexpr double realActivationIdleSeconds = 55.0;
     static constexpr double frameReportDelay = 5.0;
 
-    // Creation: loads settings, chooses the world, announces itself and
-    // observes will-stop.
+    // Creation: loads settings, chooses the world, installs the activation
+    // monitor and announces itself.
     HushmeadowsScreenSaverView(ScreenSaverHost& host, SaverServices& services);
-    // Stops observing and releases the sound at once.
+    // Releases the sound at once.
     ~HushmeadowsScreenSaverView();
 
     HushmeadowsScreenSaverView(const HushmeadowsScreenSaverView&) = delete;
@@ -78,6 +78,9 @@ public:
     void animateOneFrame();
     // Called after the view moved to another window or out of one.
     void viewDidMoveToWindow();
+    // The host's word that the screen saver is about to end: everything
+    // stops, the sound is cut.
+    void screenSaverWillStop();
 
     bool hasConfigureSheet() const { return false; }
 
@@ -105,14 +108,12 @@ private:
     bool isOnMainDisplay() const;
     void logGeometry() const;
     void stopEverything(bool fadeAudio);
-    void handleScreenSaverWillStop();
     void scheduleFrameReport();
     void dropSceneView();
 
     ScreenSaverHost& host_;
     SaverServices& services_;
-    // Shared with the will-stop observer and the frame report, which do
-    // nothing once the view has gone.
+    // Shared with the frame report, which does nothing once the view has gone.
     std::shared_ptr<HushmeadowsScreenSaverView*> self_;
 
     std::unique_ptr<SceneView> sceneView_;
@@ -121,7 +122,6 @@ private:
     std::string worldSource_ = "fallback";
     HushmeadowsSettings settings_;
     std::optional<WorldPackage> world_;
-    std::optional<NotificationCenter::Token> stopObserver_;
     std::string instanceID_;
     Role role_ = Role::idle;
     std::shared_ptr<Cancellable> frameReport_;

@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace hushmeadows {
@@ -14,19 +13,21 @@ public:
     virtual bool isTerminated() const = 0;
 };
 
-struct RunningApplication {
+// A process the host recognises as the screen saver engine.
+struct EngineProcess {
     std::shared_ptr<WatchedProcess> process;
-    std::string bundleIdentifier;
     std::optional<double> launchDate; // seconds since some fixed epoch
 };
 
-// What the session tells about itself: running applications, the screen
-// lock, and how long since the last input.
+// What the session tells about itself: the screen saver engine's processes,
+// the screen lock, and how long since the last input.
 class SystemSession {
 public:
     virtual ~SystemSession() = default;
-    virtual std::vector<RunningApplication> runningApplications() const = 0;
-    // The session dictionary's "CGSSessionScreenIsLocked" when it is a Boolean.
+    // Every process the host takes for the engine, live or ended; none when
+    // the host has no engine to watch.
+    virtual std::vector<EngineProcess> engineProcesses() const = 0;
+    // Whether the session says its screen is locked, when it says.
     virtual std::optional<bool> screenIsLocked() const = 0;
     // Seconds since the last input event of any kind.
     virtual double idleSeconds() const = 0;

@@ -11,8 +11,11 @@
 #include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <string>
 
 namespace hushmeadows {
 
@@ -26,12 +29,18 @@ public:
 };
 
 // NSDistributedNotificationCenter, delivered on the main operation queue.
+// Posting is the core's port; observing is how the principal class turns the
+// system's screen saver notifications into the core's calls.
 class AppleDistributedCenter final : public NotificationCenter {
 public:
+    // A delivered notification's Boolean user-information values by key.
+    using Handler = std::function<void(const std::map<std::string, bool>& booleans)>;
+    using Token = std::uint64_t;
+
     AppleDistributedCenter();
     ~AppleDistributedCenter() override;
-    Token addObserver(const std::string& name, Handler handler) override;
-    void removeObserver(Token token) override;
+    Token addObserver(const std::string& name, Handler handler);
+    void removeObserver(Token token);
     void post(const Notification& notification) override;
 
 private:
@@ -40,10 +49,13 @@ private:
     Token next_ = 1;
 };
 
-// NSWorkspace's running applications, the session dictionary, input idle time.
+// NSWorkspace's running applications with the screen saver engine's bundle
+// identifier, the session dictionary's lock flag, input idle time.
 class AppleSystemSession final : public SystemSession {
 public:
-    std::vector<RunningApplication> runningApplications() const override;
+    static constexpr const char* engineBundleIdentifier = "com.apple.ScreenSaver.Engine";
+
+    std::vector<EngineProcess> engineProcesses() const override;
     std::optional<bool> screenIsLocked() const override;
     double idleSeconds() const override;
 };

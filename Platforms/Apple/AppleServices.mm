@@ -106,7 +106,7 @@ AppleDistributedCenter::~AppleDistributedCenter()
         [[NSDistributedNotificationCenter defaultCenter] removeObserver:observer];
 }
 
-NotificationCenter::Token AppleDistributedCenter::addObserver(const std::string& name, Handler handler)
+AppleDistributedCenter::Token AppleDistributedCenter::addObserver(const std::string& name, Handler handler)
 {
     auto shared = std::make_shared<Handler>(std::move(handler));
     id<NSObject> observer = [[NSDistributedNotificationCenter defaultCenter]
@@ -114,23 +114,13 @@ NotificationCenter::Token AppleDistributedCenter::addObserver(const std::string&
                     object:nil
                      queue:[NSOperationQueue mainQueue]
                 usingBlock:^(NSNotification* note) {
-                    Notification notification;
-                    notification.name = note.name.UTF8String;
-                    if ([note.object isKindOfClass:[NSString class]])
-                        notification.object = std::string(((NSString*)note.object).UTF8String);
+                    std::map<std::string, bool> booleans;
                     [note.userInfo enumerateKeysAndObjectsUsingBlock:^(id key, id value, BOOL*) {
-                        if (![key isKindOfClass:[NSString class]])
-                            return;
-                        std::string k = ((NSString*)key).UTF8String;
                         // Booleans arrive as NSNumber's boolean singletons.
-                        if (value == (id)kCFBooleanTrue || value == (id)kCFBooleanFalse)
-                            notification.userInfo[k] = static_cast<bool>([value boolValue]);
-                        else if ([value isKindOfClass:[NSNumber class]])
-                            notification.userInfo[k] = static_cast<double>([value doubleValue]);
-                        else if ([value isKindOfClass:[NSString class]])
-                            notification.userInfo[k] = std::string(((NSString*)value).UTF8String);
+                        if ([key isKindOfClass:[NSString class]] && (value == (id)kCFBooleanTrue || value == (id)kCFBooleanFalse))
+                            booleans[((NSString*)key).UTF8String] = static_cast<bool>([value boolValue]);
                     }];
-                    (*shared)(notification);
+                    (*shared)(booleans);
                 }];
     Token token = next_++;
     observers_->tokens[token] = observer;
@@ -149,41 +139,29 @@ void AppleDistributedCenter::removeObserver(Token token)
 void AppleDistributedCenter::post(const Notification& notification)
 {
     NSString* object = notification.object ? [NSString stringWithUTF8String:notification.object->c_str()] : nil;
-    NSMutableDictionary* info = notification.userInfo.empty() ? nil : [NSMutableDictionary dictionary];
-    for (const auto& [key, value] : notification.userInfo) {
-        NSString* k = [NSString stringWithUTF8String:key.c_str()];
-        std::visit([&](const auto& v) {
-            using T = std::decay_t<decltype(v)>;
-            if constexpr (std::is_same_v<T, std::string>)
-                info[k] = [NSString stringWithUTF8String:v.c_str()];
-            else if constexpr (std::is_same_v<T, bool>)
-                info[k] = @(v);
-            else
-                info[k] = @(v);
-        }, value);
-    }
     [[NSDistributedNotificationCenter defaultCenter] postNotificationName:[NSString stringWithUTF8String:notification.name.c_str()]
                                                                    object:object
-                                                                 userInfo:info
+                                                                 userInfo:nil
                                                        deliverImmediately:YES];
 }
 
-std::vector<RunningApplication> AppleSystemSession::runningApplications() const
+std::vector<EngineProcess> AppleSystemSession::engineProcesses() const
 {
     struct Process final : WatchedProcess {
         NSRunningApplication* __strong app;
         bool isTerminated() const override { return app.terminated; }
     };
-    std::vector<RunningApplication> result;
+    std::vector<EngineProcess> result;
+    NSString* engine = @(engineBundleIdentifier);
     for (NSRunningApplication* app in [NSWorkspace sharedWorkspace].runningApplications) {
-        if (!app.bundleIdentifier)
+        if (![app.bundleIdentifier isEqualToString:engine])
             continue;
         auto process = std::make_shared<Process>();
         process->app = app;
         std::optional<double> launched;
         if (app.launchDate)
             launched = app.launchDate.timeIntervalSinceReferenceDate;
-        result.push_back(RunningApplication{process, app.bundleIdentifier.UTF8String, launched});
+        result.push_back(EngineProcess{process, launched});
     }
     return result;
 }

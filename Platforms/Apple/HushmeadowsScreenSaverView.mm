@@ -24,11 +24,19 @@
 #include <random>
 #include <set>
 
-using namespace hushmeadows;
-
 @class HushmeadowsScreenSaverView;
+// The Objective-C principal class, named apart from the portable view of the
+// same name inside the namespace below.
+typedef HushmeadowsScreenSaverView HMPrincipalView;
 
+namespace hushmeadows {
 namespace {
+
+// The system's screen saver notifications, turned into the core's calls here.
+constexpr const char* didStartName = "com.apple.screensaver.didstart";
+constexpr const char* didStopName = "com.apple.screensaver.didstop";
+constexpr const char* willStopName = "com.apple.screensaver.willstop";
+constexpr const char* runFromPrefKey = "runFromPref";
 
 // Sound on macOS comes with its own adapter; until then the saver keeps every
 // claim and plays nothing.
@@ -54,7 +62,13 @@ struct SaverProcess {
     AppleMainRunLoop mainLoop;
     AppleDistributedCenter center;
     AppleSystemSession session;
-    ActivationMonitor activation;
+    ActivationMonitor activation{[this](ActivationMonitor& monitor) {
+        center.addObserver(didStartName, [&monitor](const std::map<std::string, bool>& booleans) {
+            auto flag = booleans.find(runFromPrefKey);
+            monitor.screenSaverDidStart(flag != booleans.end() && flag->second);
+        });
+        center.addObserver(didStopName, [&monitor](const std::map<std::string, bool>&) { monitor.screenSaverDidStop(); });
+    }};
     AppleMediaProbe media;
     SilentArbiter audio;
 
@@ -125,19 +139,23 @@ std::vector<WorldsFolder> worldsFolders(NSBundle* bundle)
 }
 
 } // namespace
+} // namespace hushmeadows
 
 @interface HushmeadowsScreenSaverView : ScreenSaverView
 // The superclass's own animation calls, for the portable view.
 - (void)superStartAnimation;
 - (void)superStopAnimation;
+// The engine's will-stop notification, for the portable view.
+- (void)screenSaverWillStop;
 @end
 
+namespace hushmeadows {
 namespace {
 
 // The superclass and the window system, as the portable view sees them.
 class ViewHost final : public ScreenSaverHost {
 public:
-    explicit ViewHost(HushmeadowsScreenSaverView* view) : view_(view) {}
+    explicit ViewHost(HMPrincipalView* view) : view_(view) {}
 
     bool isPreview() const override { return view_.isPreview; }
     Size bounds() const override { return {view_.bounds.size.width, view_.bounds.size.height}; }
@@ -177,7 +195,7 @@ public:
 private:
     static Rect rect(NSRect r) { return Rect{{r.origin.x, r.origin.y}, {r.size.width, r.size.height}}; }
 
-    __weak HushmeadowsScreenSaverView* view_;
+    __weak HMPrincipalView* view_;
     std::unique_ptr<LayerSceneSurface> surface_ = std::make_unique<LayerSceneSurface>();
 };
 
@@ -197,12 +215,14 @@ private:
 };
 
 } // namespace
+} // namespace hushmeadows
 
 @implementation HushmeadowsScreenSaverView {
-    std::unique_ptr<ViewHost> _host;
-    std::unique_ptr<ViewSceneFactory> _scenes;
-    std::unique_ptr<SaverServices> _services;
+    std::unique_ptr<hushmeadows::ViewHost> _host;
+    std::unique_ptr<hushmeadows::ViewSceneFactory> _scenes;
+    std::unique_ptr<hushmeadows::SaverServices> _services;
     std::unique_ptr<hushmeadows::HushmeadowsScreenSaverView> _core;
+    std::optional<hushmeadows::AppleDistributedCenter::Token> _stopObserver;
 }
 
 - (instancetype)initWithFrame:(NSRect)frame isPreview:(BOOL)isPreview
@@ -210,32 +230,42 @@ private:
     self = [super initWithFrame:frame isPreview:isPreview];
     if (!self)
         return nil;
-    SaverProcess& process = SaverProcess::shared();
-    _host = std::make_unique<ViewHost>(self);
-    _scenes = std::make_unique<ViewSceneFactory>(*_host);
+    hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
+    _host = std::make_unique<hushmeadows::ViewHost>(self);
+    _scenes = std::make_unique<hushmeadows::ViewSceneFactory>(*_host);
     NSBundle* bundle = [NSBundle bundleForClass:[self class]];
-    std::map<std::string, std::string> info;
-    for (NSString* key in @[ @"CFBundleShortVersionString", @"CFBundleVersion" ]) {
+    auto infoText = [bundle](NSString* key) -> std::optional<std::string> {
         id value = bundle.infoDictionary[key];
         if ([value isKindOfClass:[NSString class]])
-            info[key.UTF8String] = ((NSString*)value).UTF8String;
-    }
-    auto folders = worldsFolders(bundle);
-    _services = std::make_unique<SaverServices>(SaverServices{
+            return std::string(((NSString*)value).UTF8String);
+        return std::nullopt;
+    };
+    auto folders = hushmeadows::worldsFolders(bundle);
+    _services = std::make_unique<hushmeadows::SaverServices>(hushmeadows::SaverServices{
         process.mainLoop,
         process.center,
         process.session,
         process.audio,
         *_scenes,
         process.activation,
-        [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
-        [folders](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, SaverProcess::shared().media); },
-        info,
+        [] { return hushmeadows::SettingsStore(hushmeadows::SettingsStore::sharedFileURL()).load(); },
+        [folders](const hushmeadows::HushmeadowsSettings& settings) {
+            return hushmeadows::chooseWorld(settings, folders, hushmeadows::SaverProcess::shared().media);
+        },
+        infoText(@"CFBundleShortVersionString"),
+        infoText(@"CFBundleVersion"),
         [] { return static_cast<std::uint32_t>(std::random_device{}()); },
         [] { return std::chrono::system_clock::now(); },
-        Calendar::current(),
+        hushmeadows::Calendar::current(),
     });
     _core = std::make_unique<hushmeadows::HushmeadowsScreenSaverView>(*_host, *_services);
+    // Each view hears the engine's will-stop itself and passes it to its core.
+    __weak HMPrincipalView* weakSelf = self;
+    _stopObserver = process.center.addObserver(hushmeadows::willStopName, [weakSelf](const std::map<std::string, bool>&) {
+        HMPrincipalView* strongSelf = weakSelf;
+        if (strongSelf)
+            [strongSelf screenSaverWillStop];
+    });
     return self;
 }
 
@@ -247,8 +277,16 @@ private:
 
 - (void)dealloc
 {
-    // The core releases the sound at once and stops observing.
+    if (_stopObserver)
+        hushmeadows::SaverProcess::shared().center.removeObserver(*_stopObserver);
+    // The core releases the sound at once.
     _core.reset();
+}
+
+- (void)screenSaverWillStop
+{
+    if (_core)
+        _core->screenSaverWillStop();
 }
 
 - (void)startAnimation
@@ -275,7 +313,7 @@ private:
 - (void)setFrameSize:(NSSize)newSize
 {
     [super setFrameSize:newSize];
-    if (SceneView* scene = _core ? _core->sceneView() : nullptr)
+    if (hushmeadows::SceneView* scene = _core ? _core->sceneView() : nullptr)
         scene->layout();
 }
 

@@ -37,7 +37,8 @@ protected:
     testing::FakeSession session;
     testing::RecordingAudioArbiter audio;
     testing::RecordingSceneViewFactory scenes;
-    ActivationMonitor activation;
+    int connections = 0;
+    ActivationMonitor activation{[this](ActivationMonitor&) { ++connections; }};
     HushmeadowsSettings settings;
     std::optional<std::string> worldID = "calm";
     int settingsLoads = 0;
@@ -63,13 +64,18 @@ protected:
             }
             return choice;
         },
-        {{"CFBundleShortVersionString", "1.4"}, {"CFBundleVersion", "27"}},
+        "1.4",
+        "27",
         [this] { return nextRandom++; },
         [] { return std::chrono::sys_days{std::chrono::year{2026} / 6 / 1} + std::chrono::hours{12}; },
         Calendar::fixedOffset(std::chrono::seconds{0}),
     };
 
-    void realActivation() { center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {{"runFromPref", false}}}); }
+    void realActivation() { activation.screenSaverDidStart(false); }
+    int didStarts() const
+    {
+        return static_cast<int>(std::count_if(center.posted.begin(), center.posted.end(), [](const auto& n) { return n.name == View::didStartNotification; }));
+    }
 
     int acquires() const
     {
@@ -93,8 +99,8 @@ TEST_F(SaverTest, CreationLoadsChoosesAnnouncesAndObserves)
     ASSERT_EQ(center.posted.size(), 1u);
     EXPECT_EQ(center.posted[0].name, "app.hushmeadows.screensaver.present");
     EXPECT_EQ(center.posted[0].object, "1.4 (27)");
-    EXPECT_EQ(center.observerCount(View::willStopNotification), 1);
-    EXPECT_EQ(center.observerCount(ActivationMonitor::didStartName), 1);
+    View other(host, services);
+    EXPECT_EQ(connections, 1);
     EXPECT_FALSE(view.hasConfigureSheet());
 }
 
@@ -111,100 +117,91 @@ TEST_F(SaverTest, NoWorldIsLoggedAndStaysBlack)
     EXPECT_EQ(acquires(), 0);
 }
 
-TEST_F(SaverTest, TwoDisplaysOneShowsTheOtherStaysDark)
+struct RoleCase {
+    const char* name;
+    bool preview = false;
+    std::size_t screen = 0; // npos: no window
+    std::optional<bool> didStartFromPreferences = std::nullopt;
+    bool didStop = false;
+    bool engine = false;
+    std::optional<bool> locked = std::nullopt;
+    double idle = 0;
+    bool allDisplays = false;
+    bool muted = false;
+    View::Role role;
+    bool sound;
+};
+
+constexpr std::size_t noWindow = std::size_t(-1);
+
+TEST_F(SaverTest, RoleAndSoundFollowActivationDisplayAndSettings)
+{
+    const RoleCase cases[] = {
+        {.name = "real, first screen", .didStartFromPreferences = false, .role = View::Role::display, .sound = true},
+        {.name = "real, second screen", .screen = 1, .didStartFromPreferences = false, .role = View::Role::dark, .sound = false},
+        {.name = "real, no window", .screen = noWindow, .didStartFromPreferences = false, .role = View::Role::dark, .sound = false},
+        {.name = "real, second screen, all displays", .screen = 1, .didStartFromPreferences = false, .allDisplays = true,
+         .role = View::Role::display, .sound = true},
+        {.name = "real, muted", .didStartFromPreferences = false, .muted = true, .role = View::Role::display, .sound = false},
+        {.name = "preview host", .preview = true, .didStartFromPreferences = false, .engine = true, .locked = true, .idle = 600,
+         .allDisplays = true, .role = View::Role::preview, .sound = false},
+        {.name = "started from the settings", .didStartFromPreferences = true, .engine = true, .role = View::Role::preview, .sound = false},
+        {.name = "stopped", .didStartFromPreferences = false, .didStop = true, .engine = true, .role = View::Role::preview, .sound = false},
+        {.name = "unknown, idle 54.9 s", .idle = 54.9, .role = View::Role::preview, .sound = false},
+        {.name = "unknown, idle 55 s", .idle = 55.0, .role = View::Role::display, .sound = true},
+        {.name = "unknown, locked", .locked = true, .role = View::Role::display, .sound = true},
+        {.name = "unknown, engine running", .engine = true, .role = View::Role::display, .sound = true},
+    };
+    for (const RoleCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        audio.calls.clear();
+        center.posted.clear();
+        activation = ActivationMonitor{};
+        if (c.didStartFromPreferences)
+            activation.screenSaverDidStart(*c.didStartFromPreferences);
+        if (c.didStop)
+            activation.screenSaverDidStop();
+        session.engines.clear();
+        if (c.engine)
+            session.launchEngine();
+        session.locked = c.locked;
+        session.idle = c.idle;
+        settings.screenSaverAudioEnabled = true;
+        settings.screenSaverAllDisplays = c.allDisplays;
+        settings.isMuted = c.muted;
+        testing::FakeHost host = c.screen == noWindow ? testing::FakeHost{} : testing::FakeHost::onScreen(twoScreens, c.screen);
+        host.preview = c.preview;
+        View view(host, services);
+        view.startAnimation();
+        bool real = c.role != View::Role::preview;
+        EXPECT_EQ(view.role(), c.role);
+        EXPECT_EQ(view.sceneView() != nullptr, c.role != View::Role::dark);
+        EXPECT_EQ(host.subview, view.sceneView());
+        EXPECT_EQ(acquires(), c.sound ? 1 : 0);
+        EXPECT_EQ(didStarts(), real ? 1 : 0);
+        // Only a view that shows the world keeps asking for frames.
+        view.animateOneFrame();
+        EXPECT_EQ(host.animating, c.role == View::Role::display || c.role == View::Role::preview);
+    }
+}
+
+TEST_F(SaverTest, StartLinesSayWhy)
 {
     settings.screenSaverAudioEnabled = true;
     testing::FakeHost first = testing::FakeHost::onScreen(twoScreens, 0);
     testing::FakeHost second = testing::FakeHost::onScreen(twoScreens, 1);
     View a(first, services);
     View b(second, services);
+    session.idle = 54.9;
+    a.startAnimation();
+    EXPECT_THAT(saverLines(), Contains("[zz] activation state=unknown engine=false locked=false idle=54s"));
     realActivation();
     a.startAnimation();
     b.startAnimation();
-
-    EXPECT_EQ(a.role(), View::Role::display);
-    ASSERT_NE(a.sceneView(), nullptr);
-    EXPECT_EQ(first.subview, a.sceneView());
-    EXPECT_EQ(b.role(), View::Role::dark);
-    EXPECT_EQ(b.sceneView(), nullptr);
-    ASSERT_EQ(acquires(), 1);
-    EXPECT_EQ(audio.calls[0].client, &a);
-    EXPECT_EQ(std::count_if(center.posted.begin(), center.posted.end(), [](const auto& n) { return n.name == View::didStartNotification; }), 2);
-
-    // The dark display asks for no more frames.
-    b.animateOneFrame();
-    EXPECT_FALSE(second.animating);
-    EXPECT_EQ(second.superStops, 1);
-    a.animateOneFrame();
-    EXPECT_TRUE(first.animating);
     EXPECT_THAT(saverLines(), Contains(HasSubstr("[zz] start world=calm worlds=fallback preview=false real=true mainDisplay=true "
                                                  "allDisplays=false role=display audioOptIn=true muted=false audioAllowed=true")));
     EXPECT_THAT(saverLines(), Contains(HasSubstr("[100] start world=calm worlds=fallback preview=false real=true mainDisplay=false "
                                                  "allDisplays=false role=dark audioOptIn=true muted=false audioAllowed=false")));
-}
-
-TEST_F(SaverTest, AllDisplaysShowsEverywhereAndEveryDisplayClaimsSound)
-{
-    settings.screenSaverAudioEnabled = true;
-    settings.screenSaverAllDisplays = true;
-    testing::FakeHost first = testing::FakeHost::onScreen(twoScreens, 0);
-    testing::FakeHost second = testing::FakeHost::onScreen(twoScreens, 1);
-    View a(first, services);
-    View b(second, services);
-    realActivation();
-    a.startAnimation();
-    b.startAnimation();
-    EXPECT_EQ(a.role(), View::Role::display);
-    EXPECT_EQ(b.role(), View::Role::display);
-    EXPECT_NE(b.sceneView(), nullptr);
-    EXPECT_EQ(acquires(), 2);
-    EXPECT_EQ(audio.clients.size(), 2u);
-}
-
-TEST_F(SaverTest, APreviewNeverSoundsAndNeverPostsDidStart)
-{
-    settings.screenSaverAudioEnabled = true;
-    settings.screenSaverAllDisplays = true;
-    testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
-    host.preview = true;
-    session.launchEngine();
-    session.locked = true;
-    View view(host, services);
-    realActivation();
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::preview);
-    EXPECT_NE(view.sceneView(), nullptr);
-    EXPECT_EQ(acquires(), 0);
-    for (const auto& n : center.posted)
-        EXPECT_NE(n.name, View::didStartNotification);
-}
-
-TEST_F(SaverTest, UnknownStateIsRealFrom55SecondsOfIdleTime)
-{
-    testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
-    View view(host, services);
-    session.idle = 54.9;
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::preview);
-    EXPECT_THAT(saverLines(), Contains("[zz] activation state=unknown engine=false locked=false idle=54s"));
-
-    session.idle = 55.0;
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::display);
-
-    session.idle = 0;
-    session.locked = true;
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::display);
-
-    session.locked.reset();
-    center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {{"runFromPref", true}}});
-    session.launchEngine();
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::preview);
-    center.post(Notification{ActivationMonitor::didStopName, std::nullopt, {}});
-    view.startAnimation();
-    EXPECT_EQ(view.role(), View::Role::preview);
 }
 
 TEST_F(SaverTest, EngineIsCheckedEvery24thFrame)
@@ -248,7 +245,7 @@ TEST_F(SaverTest, WillStopCutsAndStopAnimationFades)
     view.startAnimation();
     ASSERT_EQ(acquires(), 1);
 
-    center.post(Notification{View::willStopNotification, std::nullopt, {}});
+    view.screenSaverWillStop();
     EXPECT_EQ(view.role(), View::Role::idle);
     EXPECT_EQ(view.sceneView(), nullptr);
     EXPECT_EQ(scenes.journal.back(), "tearDown");
@@ -375,7 +372,7 @@ TEST_F(SaverTest, TheLatestLiveEngineIsTheOneWatched)
     EXPECT_EQ(View::runningEngine(services), nullptr);
 }
 
-TEST_F(SaverTest, DestructionStopsObservingAndReleasesAtOnce)
+TEST_F(SaverTest, DestructionReleasesAtOnce)
 {
     settings.screenSaverAudioEnabled = true;
     testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
@@ -391,36 +388,31 @@ TEST_F(SaverTest, DestructionStopsObservingAndReleasesAtOnce)
         EXPECT_EQ(std::get<long>(diagnostics.at("liveSceneViews")), 1);
         EXPECT_EQ(diagnostics.size(), 18u);
     }
-    EXPECT_EQ(center.observerCount(View::willStopNotification), 0);
     EXPECT_EQ(audio.calls.back().kind, "release");
     EXPECT_EQ(audio.calls.back().client, identity);
     EXPECT_TRUE(audio.calls.back().immediately);
     EXPECT_EQ(scenes.live, 0);
-    // A will-stop after destruction reaches nobody.
-    center.post(Notification{View::willStopNotification, std::nullopt, {}});
 }
 
-TEST(ActivationMonitor, FollowsTheSystemsNotifications)
+TEST(ActivationMonitor, ConnectsOnceAndKeepsTheLastWord)
 {
-    testing::FakeNotificationCenter center;
-    ActivationMonitor monitor;
+    int connections = 0;
+    ActivationMonitor monitor([&](ActivationMonitor& m) {
+        ++connections;
+        m.screenSaverDidStart(false);
+    });
     testing::LogCapture log;
-    monitor.install(center);
-    monitor.install(center);
-    EXPECT_EQ(center.observerCount(ActivationMonitor::didStartName), 1);
-    EXPECT_EQ(center.observerCount(ActivationMonitor::didStopName), 1);
     EXPECT_EQ(monitor.state(), ActivationMonitor::State::unknown());
-
-    center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {}});
+    monitor.install();
+    monitor.install();
+    EXPECT_EQ(connections, 1);
     EXPECT_EQ(monitor.state(), ActivationMonitor::State::running(false));
-    center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {{"runFromPref", std::int64_t{1}}}});
-    EXPECT_EQ(monitor.state(), ActivationMonitor::State::running(false));
-    center.post(Notification{ActivationMonitor::didStopName, std::nullopt, {}});
+    monitor.screenSaverDidStop();
     EXPECT_EQ(monitor.state(), ActivationMonitor::State::stopped());
-    center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {{"runFromPref", true}}});
+    monitor.screenSaverDidStart(true);
     EXPECT_EQ(monitor.state(), ActivationMonitor::State::running(true));
     EXPECT_EQ(monitor.state().description(), "running(fromPreferences: true)");
-    EXPECT_THAT(log.lines("saver"), ElementsAre("didstart runFromPref=false", "didstart runFromPref=false", "didstart runFromPref=true"));
+    EXPECT_THAT(log.lines("saver"), ElementsAre("didstart runFromPref=false", "didstart runFromPref=true"));
 }
 
 TEST(CompanionAnnouncement, VersionsCompareNumberByNumber)
@@ -431,8 +423,8 @@ TEST(CompanionAnnouncement, VersionsCompareNumberByNumber)
     EXPECT_TRUE(Version("0.9.9 (100)") < CompanionAnnouncement::minimumVersion());
     EXPECT_TRUE(CompanionAnnouncement::minimumVersion() < Version("1.0.1"));
     EXPECT_TRUE(Version("1.9") < Version("1.10"));
-    EXPECT_EQ(CompanionAnnouncement::versionText({}), "0 (0)");
-    EXPECT_EQ(CompanionAnnouncement::versionText({{"CFBundleShortVersionString", "2.1"}, {"CFBundleVersion", "40"}}), "2.1 (40)");
+    EXPECT_EQ(CompanionAnnouncement::versionText(std::nullopt, std::nullopt), "0 (0)");
+    EXPECT_EQ(CompanionAnnouncement::versionText("2.1", std::nullopt), "2.1 (0)");
 }
 
 TEST(ScreenSaverView, InstanceIdentifiersAreBase36)

@@ -4,36 +4,10 @@
 
 namespace hushmeadows::testing {
 
-NotificationCenter::Token FakeNotificationCenter::addObserver(const std::string& name, Handler handler)
-{
-    Token token = next_++;
-    observers_.emplace(token, Observer{name, std::move(handler)});
-    return token;
-}
-
-void FakeNotificationCenter::removeObserver(Token token) { observers_.erase(token); }
-
-void FakeNotificationCenter::post(const Notification& notification)
-{
-    posted.push_back(notification);
-    // Copy first: a handler may add or remove observers.
-    std::vector<Handler> handlers;
-    for (const auto& [token, observer] : observers_)
-        if (observer.name == notification.name)
-            handlers.push_back(observer.handler);
-    for (auto& handler : handlers)
-        handler(notification);
-}
-
-int FakeNotificationCenter::observerCount(const std::string& name) const
-{
-    return static_cast<int>(std::count_if(observers_.begin(), observers_.end(), [&](const auto& entry) { return entry.second.name == name; }));
-}
-
 std::shared_ptr<FakeProcess> FakeSession::launchEngine(std::optional<double> launchDate)
 {
     auto process = std::make_shared<FakeProcess>();
-    applications.push_back(RunningApplication{process, "com.apple.ScreenSaver.Engine", launchDate});
+    engines.push_back(EngineProcess{process, launchDate});
     return process;
 }
 

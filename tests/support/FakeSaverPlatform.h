@@ -14,23 +14,10 @@
 // deterministic and record every call the view makes.
 namespace hushmeadows::testing {
 
-// Delivers synchronously, in the order observers were added.
 class FakeNotificationCenter final : public NotificationCenter {
 public:
-    Token addObserver(const std::string& name, Handler handler) override;
-    void removeObserver(Token token) override;
-    void post(const Notification& notification) override;
-
+    void post(const Notification& notification) override { posted.push_back(notification); }
     std::vector<Notification> posted;
-    int observerCount(const std::string& name) const;
-
-private:
-    struct Observer {
-        std::string name;
-        Handler handler;
-    };
-    std::map<Token, Observer> observers_;
-    Token next_ = 1;
 };
 
 class FakeProcess final : public WatchedProcess {
@@ -41,11 +28,11 @@ public:
 
 class FakeSession final : public SystemSession {
 public:
-    std::vector<RunningApplication> applications;
+    std::vector<EngineProcess> engines;
     std::optional<bool> locked;
     double idle = 0;
 
-    std::vector<RunningApplication> runningApplications() const override { return applications; }
+    std::vector<EngineProcess> engineProcesses() const override { return engines; }
     std::optional<bool> screenIsLocked() const override { return locked; }
     double idleSeconds() const override { return idle; }
 
