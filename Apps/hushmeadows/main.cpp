@@ -2,6 +2,7 @@
 #include "Apps/hushmeadows/ListCommand.h"
 #include "Apps/hushmeadows/PlayCommand.h"
 #include "Apps/hushmeadows/RenderAudioCommand.h"
+#include "Apps/hushmeadows/SaverCommand.h"
 #include "Apps/hushmeadows/SettingsCommand.h"
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/LinuxEnvironment.h"
@@ -23,6 +24,7 @@ constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
                               "  check [--media] PATH...        check world packages as the saver would load them\n"
                               "  list [--file SETTINGS]         the worlds the saver finds, the chosen one marked\n"
                               "  play [WORLD] [OPTIONS]         show a world in a window (play --help for the options)\n"
+                              "  saver [--root] [--window-id ID] the screen saver: an XScreenSaver hack, or every monitor\n"
                               "  render-audio [WORLD] --seconds S --out FILE.wav [--fade-in S] [--phase day|night]\n"
                               "                                 the world's sound rendered offline\n"
                               "  settings [--file PATH]         the effective settings\n"
@@ -53,6 +55,8 @@ int main(int argc, char** argv)
         return hushmeadows::runListCommand(arguments, media, stdout, stderr);
     if (command == "play")
         return hushmeadows::runPlayCommand(arguments, media, stdout, stderr);
+    if (command == "saver")
+        return hushmeadows::runSaverCommand(arguments, media, stdout, stderr);
     if (command == "render-audio")
         return hushmeadows::runRenderAudioCommand(arguments, media, stdout, stderr);
     if (command == "settings")

@@ -1,0 +1,322 @@
+#include "Apps/hushmeadows/SaverCommand.h"
+
+#include "Apps/hushmeadows/ProgramPaths.h"
+#include "Apps/hushmeadows/WindowID.h"
+#include "HushmeadowsSaver/HushmeadowsScreenSaverView.h"
+#include "HushmeadowsSaver/WorldChoice.h"
+#include "Platforms/Linux/DisplayAudioLock.h"
+#include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/LinuxSaverAudio.h"
+#include "Platforms/Linux/LinuxSaverHost.h"
+#include "Platforms/Linux/ParentProcess.h"
+#include "Platforms/Linux/SDLRunLoop.h"
+#include "Platforms/Linux/SDLSceneSurface.h"
+#include "Platforms/Linux/TerminationSignals.h"
+#include "Platforms/Linux/ThreadSerialQueue.h"
+#include "Platforms/Linux/X11SaverDisplay.h"
+#include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Settings/SettingsStore.h"
+
+#include <SDL.h>
+
+#include <cstdlib>
+#include <expected>
+#include <random>
+
+namespace hushmeadows {
+
+namespace {
+
+constexpr const char* usage =
+    "usage: hushmeadows saver [--root] [--window-id ID]\n"
+    "  (no window)      cover every monitor until a key, a click, a pointer move or SIGTERM\n"
+    "  --root           draw on the window XScreenSaver gives in XSCREENSAVER_WINDOW\n"
+    "                   (without it, the same as no window)\n"
+    "  --window-id ID   draw a preview into that X window, without sound (decimal or 0x hexadecimal)\n"
+    "  -fps, -install, -visual VISUAL   accepted and ignored, as by every XScreenSaver hack\n";
+
+// Everything is checked twice a second at most between frames; a tenth of a
+// second keeps a destroyed window or a dead parent from waiting long, and
+// costs nothing a dark monitor would notice.
+constexpr double pollInterval = 0.1;
+
+enum class Mode { daemon, preview, standalone };
+
+struct SaverOptions {
+    Mode mode = Mode::standalone;
+    std::uint64_t window = 0;
+};
+
+std::expected<SaverOptions, int> parse(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err)
+{
+    SaverOptions options;
+    std::optional<std::uint64_t> windowID;
+    auto bad = [err](const std::string& problem) {
+        std::fprintf(err, "hushmeadows saver: %s\n%s", problem.c_str(), usage);
+        return std::unexpected(2);
+    };
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string argument = arguments[i];
+        // Hacks take their options with one dash or two.
+        if (argument.starts_with("--"))
+            argument.erase(0, 1);
+        if (argument == "-help" || argument == "-h") {
+            std::fputs(usage, out);
+            return std::unexpected(0);
+        } else if (argument == "-root" || argument == "-fps" || argument == "-install") {
+        } else if (argument == "-visual") {
+            if (++i >= arguments.size())
+                return bad("-visual needs a value");
+        } else if (argument == "-window-id") {
+            windowID = i + 1 < arguments.size() ? parseWindowID(arguments[++i]) : std::nullopt;
+            if (!windowID)
+                return bad("--window-id needs an X window id");
+        } else {
+            return bad("unknown option " + arguments[i]);
+        }
+    }
+    if (windowID) {
+        options.mode = Mode::preview;
+        options.window = *windowID;
+    } else if (const char* named = std::getenv("XSCREENSAVER_WINDOW"); named && *named) {
+        auto id = parseWindowID(named);
+        if (!id) {
+            std::fprintf(err, "hushmeadows saver: XSCREENSAVER_WINDOW is not a window id: %s\n", named);
+            return std::unexpected(1);
+        }
+        options.mode = Mode::daemon;
+        options.window = *id;
+    }
+    return options;
+}
+
+// Nobody on Linux listens for the saver's announcements yet: they are logged.
+class LoggingCenter final : public NotificationCenter {
+public:
+    void post(const Notification& notification) override { Log::saver.info("announced %{public}s", notification.name); }
+};
+
+// The session as the X server and our parent tell it.
+class LinuxSaverSession final : public SystemSession {
+public:
+    LinuxSaverSession(X11SaverDisplay& display, std::shared_ptr<WatchedProcess> engine)
+        : display_(display)
+        , engine_(std::move(engine))
+    {
+    }
+    std::vector<EngineProcess> engineProcesses() const override
+    {
+        if (!engine_)
+            return {};
+        return {EngineProcess{engine_, std::nullopt}};
+    }
+    std::optional<bool> screenIsLocked() const override
+    {
+        auto state = display_.daemonState();
+        if (state == X11SaverDisplay::DaemonState::absent)
+            return std::nullopt;
+        return state == X11SaverDisplay::DaemonState::lock;
+    }
+    double idleSeconds() const override { return display_.idleSeconds(); }
+
+private:
+    X11SaverDisplay& display_;
+    std::shared_ptr<WatchedProcess> engine_;
+};
+
+// One view on one window; members go in reverse order, the view first.
+struct SaverScreen {
+    std::uint64_t window = 0;
+    std::unique_ptr<SDLSceneSurface> surface;
+    std::unique_ptr<LinuxSaverHost> host;
+    std::unique_ptr<SaverServices> services;
+    std::unique_ptr<HushmeadowsScreenSaverView> view;
+};
+
+struct SDLVideo {
+    SDLVideo() = default;
+    SDLVideo(const SDLVideo&) = delete;
+    SDLVideo& operator=(const SDLVideo&) = delete;
+    ~SDLVideo() { SDL_Quit(); }
+};
+
+} // namespace
+
+int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
+{
+    auto options = parse(arguments, out, err);
+    if (!options)
+        return options.error();
+    const bool hosted = options->mode != Mode::standalone;
+
+    // The parent first: if it is already gone there is nothing to draw for.
+    std::shared_ptr<ParentProcess> parent;
+    if (hosted) {
+        parent = ParentProcess::watch();
+        if (!parent) {
+            std::fprintf(err, "hushmeadows saver: the program that started it has already exited\n");
+            return 0;
+        }
+    }
+
+    SDLRunLoop loop;
+    std::vector<SaverScreen> screens;
+    auto stopAll = [&](const char* why) {
+        Log::saver.notice("stopping: %{public}s", why);
+        for (auto& screen : screens)
+            screen.view->screenSaverWillStop();
+        loop.quit();
+    };
+    // In place before SDL starts, so that the first SIGTERM, however early,
+    // ends the run; the stop itself runs on the loop.
+    TerminationSignals signals([&loop, &stopAll](int) { loop.post([&stopAll] { stopAll("SIGTERM"); }); });
+
+    auto display = X11SaverDisplay::open();
+    if (!display) {
+        std::fprintf(err, "hushmeadows saver: %s\n", display.error().c_str());
+        return 1;
+    }
+    X11SaverDisplay& x = **display;
+
+    std::vector<std::uint64_t> windows;
+    if (hosted) {
+        if (!x.windowFrame(options->window)) {
+            std::fprintf(err, "hushmeadows saver: there is no X window 0x%llx on this display\n",
+                         static_cast<unsigned long long>(options->window));
+            return 1;
+        }
+        x.watchForDestruction(options->window);
+        windows.push_back(options->window);
+    } else {
+        for (const Rect& monitor : x.monitors())
+            windows.push_back(x.createCoveringWindow(monitor));
+        if (!x.grabInput(windows.front()))
+            Log::saver.error("keyboard or pointer could not be grabbed: only SIGTERM and input the windows see end the saver");
+    }
+
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+    SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11");
+    // The daemon, or we ourselves, decide about blanking.
+    SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
+    if (SDL_Init(SDL_INIT_VIDEO) != 0) {
+        std::fprintf(err, "hushmeadows saver: cannot start drawing: %s\n", SDL_GetError());
+        return 1;
+    }
+    SDLVideo video;
+
+    PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
+    LinuxSaverAudio sound(loop, media);
+    DisplayAudioLock audio(sound.arbiter(), DisplayAudioLock::defaultPath());
+    LoggingCenter center;
+    LinuxSaverSession session(x, options->mode == Mode::daemon ? parent : nullptr);
+
+    // The daemon launched us on its window, or the user's idle hook ran us:
+    // either is the screen saver starting for real. Afterwards the daemon's
+    // own state is what the monitor hears.
+    auto daemonState = std::make_shared<X11SaverDisplay::DaemonState>(x.daemonState());
+    ActivationMonitor activation([&](ActivationMonitor& monitor) {
+        if (options->mode != Mode::preview)
+            monitor.screenSaverDidStart(false);
+    });
+    auto followDaemon = [&] {
+        auto now = x.daemonState();
+        if (now == *daemonState)
+            return;
+        *daemonState = now;
+        if (now == X11SaverDisplay::DaemonState::blank || now == X11SaverDisplay::DaemonState::lock)
+            activation.screenSaverDidStart(false);
+        else if (now == X11SaverDisplay::DaemonState::unblank)
+            activation.screenSaverDidStop();
+    };
+
+    Bundle bundle = programBundle();
+    auto version = [&bundle](const char* key) -> std::optional<std::string> {
+        auto it = bundle.info.find(key);
+        return it == bundle.info.end() ? std::nullopt : std::optional<std::string>(it->second);
+    };
+    const auto folders = linuxWorldsFolders(Environment::current(), bundledWorldsFolder());
+    std::random_device random;
+
+    screens.reserve(windows.size());
+    for (std::uint64_t window : windows) {
+        SDLSceneSurface::WindowOptions windowOptions;
+        windowOptions.foreignWindow = window;
+        auto surface = SDLSceneSurface::openWindow(windowOptions);
+        if (!surface) {
+            std::fprintf(err, "hushmeadows saver: cannot draw into window 0x%llx: %s\n", static_cast<unsigned long long>(window),
+                         surface.error().c_str());
+            return 1;
+        }
+        SaverScreen& screen = screens.emplace_back();
+        screen.window = window;
+        screen.surface = std::move(*surface);
+        screen.host = std::make_unique<LinuxSaverHost>(loop, x, window, *screen.surface, posters, options->mode == Mode::preview);
+        screen.services = std::make_unique<SaverServices>(SaverServices{
+            loop,
+            center,
+            session,
+            audio,
+            *screen.host,
+            activation,
+            [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
+            [&folders, &media](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, media); },
+            version("CFBundleShortVersionString"),
+            version("CFBundleVersion"),
+            [&random] { return static_cast<std::uint32_t>(random()); },
+            [] { return std::chrono::system_clock::now(); },
+            Calendar::current(),
+        });
+        screen.view = std::make_unique<HushmeadowsScreenSaverView>(*screen.host, *screen.services);
+        HushmeadowsScreenSaverView& view = *screen.view;
+        screen.host->setFrameHandler([&view, &loop, &parent] {
+            view.animateOneFrame();
+            // The view's own engine check stopped everything: nothing is left to do.
+            if (parent && parent->isTerminated() && view.role() == HushmeadowsScreenSaverView::Role::idle)
+                loop.quit();
+        });
+        if (!view.world())
+            std::fprintf(err, "hushmeadows saver: no world found; showing black\n");
+    }
+
+    loop.setEventHandler([&](const SDL_Event& event) {
+        for (auto& screen : screens)
+            if (screen.surface->handleEvent(event) && screen.view->sceneView())
+                screen.view->sceneView()->layout();
+    });
+    loop.setBeforeWait([&] {
+        for (auto& screen : screens)
+            screen.host->render();
+    });
+    auto poll = loop.scheduleRepeating(pollInterval, [&] {
+        auto events = x.takeEvents();
+        if (events.destroyed) {
+            Log::saver.notice("stopping: the window was destroyed");
+            for (auto& screen : screens) {
+                screen.host->windowWasDestroyed();
+                screen.view->viewDidMoveToWindow();
+            }
+            loop.quit();
+        } else if (events.input && !hosted) {
+            stopAll("input");
+        } else if (parent && parent->isTerminated()) {
+            stopAll("the program that started it exited");
+        } else {
+            followDaemon();
+        }
+    });
+
+    for (auto& screen : screens)
+        screen.view->startAnimation();
+    loop.run();
+    poll->cancel();
+
+    for (auto& screen : screens)
+        Log::saver.notice("[%{public}s] frames drawn: %ld", screen.view->instanceID(), screen.surface->framesRendered());
+    loop.setEventHandler({});
+    loop.setBeforeWait({});
+    // The views release the sound at once as they go, before the arbiter.
+    screens.clear();
+    return 0;
+}
+
+} // namespace hushmeadows
