@@ -1,0 +1,154 @@
+#!/usr/bin/env bash
+# `hushmeadows saver` run by the real XScreenSaver daemon (as an unprivileged
+# user) on an Xvfb screen split into two monitors, with sound through a
+# PulseAudio null sink. Checks every way a run ends: the daemon deactivating
+# (SIGTERM), its graphics process killed (parent death), and a preview window
+# destroyed (DestroyNotify).
+set -euo pipefail
+program=$(realpath "$1")
+work=$2
+rm -rf "$work"; mkdir -p "$work"; chmod 755 "$work"
+cd "$work"
+fail() { echo "FAIL: $*" >&2; tail -20 "$work/daemon.log" >&2 || true; exit 1; }
+command -v xscreensaver > /dev/null || fail "xscreensaver is not installed (tools/install-deps.sh)"
+
+# Everything the daemon runs must be readable by nobody.
+mkdir -p app home/config run
+cp "$program" app/; cp -r "$(dirname "$program")/Resources" app/
+chmod -R a+rX app; chown -R nobody:nogroup home run; chmod 700 run
+
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  [ -n "${daemon:-}" ] && kill "$daemon" 2>/dev/null || true
+  for pid in $(hacks); do kill -9 "$pid" 2>/dev/null || true; done
+  XDG_RUNTIME_DIR=$work/pulse pulseaudio --kill 2>/dev/null || true
+}
+trap cleanup EXIT
+
+display=""
+for n in $(seq 90 109); do
+  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
+done
+[ -n "$display" ] || fail "no free display"
+Xvfb "$display" -screen 0 1920x1080x24 -nolisten tcp -noreset > /dev/null 2>&1 &
+pids+=($!)
+export DISPLAY=$display
+for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
+xrandr --setmonitor left 960/254x1080/286+0+0 screen > /dev/null
+xrandr --setmonitor right 960/254x1080/286+960+0 none > /dev/null
+
+mkdir -p pulse; chmod 700 pulse
+XDG_RUNTIME_DIR=$work/pulse pulseaudio -n --daemonize=yes --exit-idle-time=-1 \
+  --load="module-native-protocol-unix auth-anonymous=1 socket=$work/pulse.sock" \
+  --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 || fail "pulseaudio did not start"
+export PULSE_SERVER=unix:$work/pulse.sock
+for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
+chmod 666 pulse.sock; pactl set-default-sink ci_null
+
+as_user() {
+  setpriv --reuid=nobody --regid=nogroup --clear-groups env HOME="$work/home" XDG_CONFIG_HOME="$work/home/config" \
+    XDG_RUNTIME_DIR="$work/run" DISPLAY="$DISPLAY" PULSE_SERVER="$PULSE_SERVER" SDL_AUDIODRIVER=pulseaudio "$@"
+}
+hacks() { pgrep -u nobody -f "$work/app/hushmeadows saver" || true; }
+# Alive and not a zombie (nobody here reaps orphans).
+running() { local s; { read -r s < "/proc/$1/stat"; } 2> /dev/null || return 1; s=${s##*) }; [ "${s%% *}" != Z ]; }
+any_running() { local p; for p in "$@"; do running "$p" && return 0; done; return 1; }
+now() { date +%s.%N; }
+ms_since() { echo "($(now) - $1) * 1000" | bc -l | cut -d. -f1; }
+# The largest channel value in a region of the screen: 0 is black.
+brightest() { xwd -root -silent | convert xwd:- -crop "$1" +repage -format '%[max]' info:; }
+sinks() { pactl list short sink-inputs | wc -l; }
+
+cat > home/.xscreensaver <<EOF
+timeout: 0:30:00
+lock: False
+fade: False
+unfade: False
+splash: False
+mode: one
+selected: 0
+programs: \\
+  "Hushmeadows" $work/app/hushmeadows saver --root \\n\\
+
+EOF
+chown nobody:nogroup home/.xscreensaver
+as_user "$work/app/hushmeadows" settings set screenSaverAudioEnabled true > /dev/null
+as_user xscreensaver -no-splash > daemon.log 2>&1 &
+daemon=$!
+for _ in $(seq 50); do as_user xscreensaver-command -time > /dev/null 2>&1 && break; sleep 0.1; done
+
+activate() {
+  as_user xscreensaver-command -activate > /dev/null
+  for _ in $(seq 100); do [ "$(hacks | wc -l)" = 2 ] && break; sleep 0.05; done
+  [ "$(hacks | wc -l)" = 2 ] || fail "the daemon did not start one hack per monitor"
+  sleep 3
+}
+
+# 1. All displays off: the world on the first monitor, black on the second,
+#    the sound once; deactivation ends both hacks and the sound.
+parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
+recorder=$!; pids+=($recorder); rec_start=$(now)
+sleep 0.5
+activate
+[ "$(brightest 960x1080+0+0)" != 0 ] || fail "the first monitor shows nothing"
+[ "$(brightest 960x1080+960+0)" = 0 ] || fail "the second monitor is not black with screenSaverAllDisplays off"
+[ "$(sinks)" = 1 ] || fail "$(sinks) sound streams play, not one"
+old=$(hacks)
+deactivated=$(now)
+as_user xscreensaver-command -deactivate > /dev/null
+for _ in $(seq 200); do [ "$(sinks)" = 0 ] && break; sleep 0.01; done
+echo "deactivation: sound stream gone after $(ms_since "$deactivated") ms"
+for _ in $(seq 200); do any_running $old || break; sleep 0.01; done
+any_running $old && fail "hacks still run 2 s after deactivation"
+echo "deactivation: every hack gone after $(ms_since "$deactivated") ms"
+sleep 0.5; kill "$recorder"; wait "$recorder" 2>/dev/null || true
+grep -q 'frames drawn: 0' daemon.log || fail "the dark monitor drew frames"
+python3 - rec.raw <<'EOF' || fail "sound"
+import struct, sys
+data = open(sys.argv[1], "rb").read()
+samples = struct.unpack("<%df" % (len(data) // 4), data[: len(data) // 4 * 4])
+if max(map(abs, samples), default=0) <= 1e-4:
+    sys.exit("no sound was heard")
+if max(map(abs, samples[-2 * 48000 * 3 // 10 :])) > 1e-4:
+    sys.exit("sound went on after deactivation")
+EOF
+
+# 2. All displays on: the world on both monitors, one sound stream; kill -9
+#    of the daemon's graphics process ends our hacks within 0.5 s.
+as_user "$work/app/hushmeadows" settings set screenSaverAllDisplays true > /dev/null
+activate
+[ "$(brightest 960x1080+0+0)" != 0 ] && [ "$(brightest 960x1080+960+0)" != 0 ] || fail "a monitor is black with screenSaverAllDisplays on"
+[ "$(sinks)" = 1 ] || fail "$(sinks) sound streams play on two monitors, not one"
+old=$(hacks)
+gfx=$(pgrep -u nobody -f xscreensaver-gfx | head -1)
+killed=$(now)
+kill -9 "$gfx"
+for _ in $(seq 200); do any_running $old || break; sleep 0.01; done
+gone_ms=$(ms_since "$killed")
+any_running $old && fail "hacks still run 2 s after their parent was killed"
+echo "graphics process killed: our hacks gone after $gone_ms ms"
+[ "$gone_ms" -le 500 ] || fail "hacks outlived their parent by more than 0.5 s"
+as_user xscreensaver-command -deactivate > /dev/null || true
+for _ in $(seq 100); do [ -z "$(hacks)" ] && break; sleep 0.05; done
+
+# 3. The settings dialog's preview: a small window, the world without sound;
+#    destroying the window ends the preview.
+xlogo -geometry 320x180+0+0 > /dev/null 2>&1 &
+logo=$!; pids+=($logo)
+for _ in $(seq 50); do xwininfo -name xlogo > /dev/null 2>&1 && break; sleep 0.1; done
+child=$(xwininfo -name xlogo -children | awk '/child:/{getline; print $1}')
+as_user "$work/app/hushmeadows" saver --window-id "$child" > preview.log 2>&1 &
+preview=$!
+sleep 3
+grep -q 'role=preview' preview.log || fail "the preview did not start as a preview"
+[ "$(sinks)" = 0 ] || fail "the preview plays sound"
+[ "$(brightest 310x170+5+5)" != 0 ] || fail "the preview window shows nothing"
+kill "$logo"
+destroyed=$(now)
+for _ in $(seq 200); do running "$preview" || break; sleep 0.01; done
+running "$preview" && fail "the preview still runs 2 s after its window was destroyed"
+echo "preview window destroyed: preview gone after $(ms_since "$destroyed") ms"
+as_user "$work/app/hushmeadows" saver --window-id 0x1234567 > bad.log 2>&1 && fail "a bad window id was accepted"
+[ "$(wc -l < bad.log)" = 1 ] && grep -q 'no X window 0x1234567' bad.log || fail "a bad window id: $(cat bad.log)"
+echo "PASS"
