@@ -1,4 +1,5 @@
 #include "Apps/hushmeadows/CheckCommand.h"
+#include "Apps/hushmeadows/InstallXScreenSaverCommand.h"
 #include "Apps/hushmeadows/ListCommand.h"
 #include "Apps/hushmeadows/PlayCommand.h"
 #include "Apps/hushmeadows/RenderAudioCommand.h"
@@ -25,6 +26,7 @@ constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
                               "  list [--file SETTINGS]         the worlds the saver finds, the chosen one marked\n"
                               "  play [WORLD] [OPTIONS]         show a world in a window (play --help for the options)\n"
                               "  saver [--root] [--window-id ID] the screen saver: an XScreenSaver hack, or every monitor\n"
+                              "  install-xscreensaver [--file PATH]  list the saver in ~/.xscreensaver\n"
                               "  render-audio [WORLD] --seconds S --out FILE.wav [--fade-in S] [--phase day|night]\n"
                               "                                 the world's sound rendered offline\n"
                               "  settings [--file PATH]         the effective settings\n"
@@ -57,6 +59,8 @@ int main(int argc, char** argv)
         return hushmeadows::runPlayCommand(arguments, media, stdout, stderr);
     if (command == "saver")
         return hushmeadows::runSaverCommand(arguments, media, stdout, stderr);
+    if (command == "install-xscreensaver")
+        return hushmeadows::runInstallXScreenSaverCommand(arguments, stdout, stderr);
     if (command == "render-audio")
         return hushmeadows::runRenderAudioCommand(arguments, media, stdout, stderr);
     if (command == "settings")

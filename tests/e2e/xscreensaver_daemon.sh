@@ -60,19 +60,14 @@ ms_since() { echo "($(now) - $1) * 1000" | bc -l | cut -d. -f1; }
 brightest() { xwd -root -silent | convert xwd:- -crop "$1" +repage -format '%[max]' info:; }
 sinks() { pactl list short sink-inputs | wc -l; }
 
-cat > home/.xscreensaver <<EOF
-timeout: 0:30:00
-lock: False
-fade: False
-unfade: False
-splash: False
-mode: one
-selected: 0
-programs: \\
-  "Hushmeadows" $work/app/hushmeadows saver --root \\n\\
-
-EOF
-chown nobody:nogroup home/.xscreensaver
+# The user's file lists another hack first; install-xscreensaver adds ours
+# after it (selected: 1) and leaves the rest alone, once.
+printf '%s\n' 'timeout: 0:30:00' 'lock: False' 'fade: False' 'unfade: False' 'splash: False' 'mode: one' 'selected: 1' \
+  'programs: \' '  maze -root \n\' '' > home/.xscreensaver
+chown nobody:nogroup home/.xscreensaver; cp home/.xscreensaver before
+as_user "$work/app/hushmeadows" install-xscreensaver | grep -q '^added Hushmeadows' || fail "install-xscreensaver did not add the hack"
+as_user "$work/app/hushmeadows" install-xscreensaver | grep -q 'nothing changed' || fail "install-xscreensaver is not idempotent"
+[ "$(diff before home/.xscreensaver | grep -c '^[<>]')" = 1 ] || fail "install-xscreensaver changed more than one line"
 as_user "$work/app/hushmeadows" settings set screenSaverAudioEnabled true > /dev/null
 as_user xscreensaver -no-splash > daemon.log 2>&1 &
 daemon=$!
