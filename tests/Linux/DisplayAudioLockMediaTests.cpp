@@ -1,0 +1,49 @@
+#include "Platforms/Linux/DisplayAudioLock.h"
+#include "tests/support/FakeSaverPlatform.h"
+#include "tests/support/FixtureKit.h"
+
+#include <gtest/gtest.h>
+
+namespace hushmeadows {
+namespace {
+
+// Two processes of one display, each with its own arbiter: the lock is per
+// open file, so two locks in this process contend just as two processes do.
+TEST(DisplayAudioLock, OnlyTheHolderSoundsUntilItsLastRelease)
+{
+    testing::TempDir folder;
+    testing::RecordingAudioArbiter firstSound, secondSound;
+    auto first = std::make_unique<DisplayAudioLock>(firstSound, folder / "audio.lock");
+    DisplayAudioLock second(secondSound, folder / "audio.lock");
+    WorldPackage world("/worlds/calm.hushmeadow", WorldManifest{}, {});
+    int a = 0, b = 0, c = 0;
+
+    first->acquire(&a, world, {});
+    first->acquire(&b, world, {});
+    second.acquire(&c, world, {});
+    EXPECT_EQ(firstSound.clients.size(), 2u);
+    EXPECT_TRUE(secondSound.calls.empty());
+    EXPECT_FALSE(second.holdsLock());
+
+    second.release(&c, true); // never forwarded: nothing to release
+    first->release(&a, false);
+    second.acquire(&c, world, {});
+    EXPECT_TRUE(secondSound.calls.empty()) << "the lock goes with the last claim, not the first";
+
+    first->release(&b, true);
+    EXPECT_TRUE(firstSound.calls.back().kind == "release" && firstSound.calls.back().immediately);
+    second.acquire(&c, world, {});
+    EXPECT_EQ(secondSound.clients.size(), 1u);
+
+    // A process that goes away takes its lock with it.
+    second.release(&c, true);
+    first->acquire(&a, world, {});
+    EXPECT_TRUE(first->holdsLock());
+    first.reset();
+    EXPECT_EQ(firstSound.calls.back().kind, "release");
+    second.acquire(&c, world, {});
+    EXPECT_TRUE(second.holdsLock());
+}
+
+} // namespace
+} // namespace hushmeadows
