@@ -114,7 +114,8 @@ AppleDistributedCenter::Token AppleDistributedCenter::addObserver(const std::str
                     object:nil
                      queue:[NSOperationQueue mainQueue]
                 usingBlock:^(NSNotification* note) {
-                    std::map<std::string, bool> booleans;
+                    // Written from the enumeration block below, hence __block.
+                    __block std::map<std::string, bool> booleans;
                     [note.userInfo enumerateKeysAndObjectsUsingBlock:^(id key, id value, BOOL*) {
                         // Booleans arrive as NSNumber's boolean singletons.
                         if ([key isKindOfClass:[NSString class]] && (value == (id)kCFBooleanTrue || value == (id)kCFBooleanFalse))
