@@ -87,7 +87,7 @@ activate() {
 # 1. All displays off: the world on the first monitor, black on the second,
 #    the sound once; deactivation ends both hacks and the sound.
 parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
-recorder=$!; pids+=($recorder); rec_start=$(now)
+recorder=$!; pids+=($recorder)
 sleep 0.5
 activate
 shows 960x1080+0+0 || fail "the first monitor shows nothing"
