@@ -22,16 +22,8 @@ export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG
 export XDG_RUNTIME_DIR=$work/run SDL_AUDIODRIVER=pulseaudio
 mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 
-display=""
-for n in $(seq 110 129); do
-  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-Xvfb "$display" -screen 0 1920x1080x24 -nolisten tcp -noreset > /dev/null 2>&1 &
-pids+=($!)
-export DISPLAY=$display
-for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
-xrandr --setmonitor left 960/254x1080/286+0+0 screen > /dev/null
-xrandr --setmonitor right 960/254x1080/286+960+0 none > /dev/null
+source "$root/tools/two-monitor-xvfb.sh"
+start_two_monitor_xvfb 110 129 || { echo "no free display" >&2; exit 1; }
 pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
   --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > /dev/null 2>&1
 for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done

@@ -5,6 +5,7 @@
 # (SIGTERM), its graphics process killed (parent death), and a preview window
 # destroyed (DestroyNotify).
 set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 program=$(realpath "$1")
 work=$2
 rm -rf "$work"; mkdir -p "$work"; chmod 755 "$work"
@@ -28,17 +29,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-display=""
-for n in $(seq 90 109); do
-  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-[ -n "$display" ] || fail "no free display"
-Xvfb "$display" -screen 0 1920x1080x24 -nolisten tcp -noreset > /dev/null 2>&1 &
-pids+=($!)
-export DISPLAY=$display
-for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
-xrandr --setmonitor left 960/254x1080/286+0+0 screen > /dev/null
-xrandr --setmonitor right 960/254x1080/286+960+0 none > /dev/null
+source "$here/../../tools/two-monitor-xvfb.sh"
+start_two_monitor_xvfb 90 109 || fail "no free display"
 
 mkdir -p pulse; chmod 700 pulse
 XDG_RUNTIME_DIR=$work/pulse pulseaudio -n --daemonize=yes --exit-idle-time=-1 \
