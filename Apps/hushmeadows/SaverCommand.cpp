@@ -213,16 +213,16 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     // The daemon launched us on its window, or the user's idle hook ran us:
     // either is the screen saver starting for real. Afterwards the daemon's
     // own state is what the monitor hears.
-    auto daemonState = std::make_shared<X11SaverDisplay::DaemonState>(x.daemonState());
+    X11SaverDisplay::DaemonState daemonState = x.daemonState();
     ActivationMonitor activation([&](ActivationMonitor& monitor) {
         if (options->mode != Mode::preview)
             monitor.screenSaverDidStart(false);
     });
     auto followDaemon = [&] {
         auto now = x.daemonState();
-        if (now == *daemonState)
+        if (now == daemonState)
             return;
-        *daemonState = now;
+        daemonState = now;
         if (now == X11SaverDisplay::DaemonState::blank || now == X11SaverDisplay::DaemonState::lock)
             activation.screenSaverDidStart(false);
         else if (now == X11SaverDisplay::DaemonState::unblank)
@@ -245,6 +245,8 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         if (!surface) {
             std::fprintf(err, "hushmeadows saver: cannot draw into window 0x%llx: %s\n", static_cast<unsigned long long>(window),
                          surface.error().c_str());
+            // The views made so far go before the sound and monitor they use.
+            screens.clear();
             return 1;
         }
         SaverScreen& screen = screens.emplace_back();
