@@ -312,38 +312,30 @@ TEST_F(SaverTest, FrameReportAfterFiveSecondsUnlessStopped)
     EXPECT_THAT(saverLines(), ::testing::Not(Contains(HasSubstr("frames after"))));
 }
 
-TEST_F(SaverTest, ScreenMatchingWhenTheWindowHasNoScreen)
+TEST_F(SaverTest, AWindowWithoutAScreenIsMatchedByFrameThenBySize)
 {
-    // Screens in global coordinates; the second sits above the first.
-    std::vector<ScreenInfo> screens{ScreenInfo{Rect{{0, 0}, {1920, 1080}}}, ScreenInfo{Rect{{0, 1080}, {1920, 1080}}}};
+    // Screens in global coordinates; window origins measured from the top of the first screen.
+    const std::vector<ScreenInfo> stacked{{Rect{{0, 0}, {1920, 1080}}}, {Rect{{0, 1080}, {1920, 1080}}}};
+    const std::vector<ScreenInfo> mixed{{Rect{{0, 0}, {1920, 1080}}}, {Rect{{1920, 0}, {1280, 800}}}};
+    const struct {
+        const std::vector<ScreenInfo>& screens;
+        Rect window;
+        View::Role role;
+    } cases[] = {
+        {stacked, Rect{{0, -1080}, {1920, 1080}}, View::Role::dark}, // the upper screen, by frame
+        {stacked, Rect{{0, 0}, {1920, 1080}}, View::Role::display},
+        {stacked, Rect{{5, 5}, {1920, 1080}}, View::Role::display}, // no match, two of that size: the main display
+        {mixed, Rect{{7, 7}, {1280, 800}}, View::Role::dark},       // the one screen of that size
+    };
     testing::FakeHost host;
-    host.screenList = screens;
-    // Window origin measured from the top of the first screen: the upper screen is at y = -1080.
-    host.windowInfo = WindowInfo{Rect{{0, -1080}, {1920, 1080}}, 0, std::nullopt};
-    View upper(host, services);
+    View view(host, services);
     realActivation();
-    upper.startAnimation();
-    EXPECT_EQ(upper.role(), View::Role::dark);
-
-    host.windowInfo = WindowInfo{Rect{{0, 0}, {1920, 1080}}, 0, std::nullopt};
-    upper.startAnimation();
-    EXPECT_EQ(upper.role(), View::Role::display);
-
-    // No frame match and two screens of that size: taken as the main display.
-    host.windowInfo = WindowInfo{Rect{{5, 5}, {1920, 1080}}, 0, std::nullopt};
-    upper.startAnimation();
-    EXPECT_EQ(upper.role(), View::Role::display);
-
-    // Exactly one screen of the window's size decides.
-    host.screenList = {ScreenInfo{Rect{{0, 0}, {1920, 1080}}}, ScreenInfo{Rect{{1920, 0}, {1280, 800}}}};
-    host.windowInfo = WindowInfo{Rect{{7, 7}, {1280, 800}}, 0, std::nullopt};
-    upper.startAnimation();
-    EXPECT_EQ(upper.role(), View::Role::dark);
-
-    // No window at all: dark.
-    host.windowInfo.reset();
-    upper.startAnimation();
-    EXPECT_EQ(upper.role(), View::Role::dark);
+    for (const auto& c : cases) {
+        host.screenList = c.screens;
+        host.windowInfo = WindowInfo{c.window, 0, std::nullopt};
+        view.startAnimation();
+        EXPECT_EQ(view.role(), c.role);
+    }
 }
 
 TEST_F(SaverTest, GeometryLine)

@@ -67,7 +67,7 @@ public:
     void load(const WorldPackage& world) override;
     void play() override;
     void pumpFrame() override;
-    void layout() override { ++layouts; }
+    void layout() override {}
     void tearDown() override;
     bool isPlaying() const override { return playing; }
     long loopCount() const override { return 0; }
@@ -78,7 +78,6 @@ public:
     bool fillsView = false;
     bool playing = false;
     long frames = 0;
-    int layouts = 0;
     std::string worldID;
 
 private:
@@ -107,18 +106,13 @@ public:
     double interval = 0;
     bool black = false;
     SceneView* subview = nullptr;
-    int superStops = 0;
 
     bool isPreview() const override { return preview; }
     Size bounds() const override { return size; }
     std::optional<WindowInfo> window() const override { return windowInfo; }
     std::vector<ScreenInfo> screens() const override { return screenList; }
     void superStartAnimation() override { animating = true; }
-    void superStopAnimation() override
-    {
-        animating = false;
-        ++superStops;
-    }
+    void superStopAnimation() override { animating = false; }
     bool isAnimating() const override { return animating; }
     void setAnimationTimeInterval(double seconds) override { interval = seconds; }
     void makeBackingLayerBlack() override { black = true; }
