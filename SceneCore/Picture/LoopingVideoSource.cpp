@@ -243,18 +243,21 @@ void LoopingVideoSource::scheduleDecoding()
 
 void LoopingVideoSource::play()
 {
-    if (isInvalidated_)
+    if (isInvalidated_ || wantsPlay_)
         return;
     wantsPlay_ = true;
+    // The clock goes on from where pause() stopped it.
+    if (position_)
+        anchor_ = mainLoop_.mediaTime() - *position_;
 }
 
 void LoopingVideoSource::pause()
 {
     if (isInvalidated_)
         return;
-    wantsPlay_ = false;
-    if (anchor_)
+    if (wantsPlay_ && anchor_)
         position_ = mainLoop_.mediaTime() - *anchor_;
+    wantsPlay_ = false;
     anchor_.reset();
 }
 

@@ -1,12 +1,5 @@
-#include "Platforms/Linux/FFmpegImageDecoder.h"
-#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
-#include "SceneCore/Picture/PixelSceneView.h"
-#include "SceneCore/Picture/PosterStore.h"
-#include "SceneCore/Runtime/ManualRunLoop.h"
 #include "tests/support/FixtureKit.h"
-#include "tests/support/ManualSerialQueue.h"
-#include "tests/support/PackageWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -341,76 +334,6 @@ TEST_P(CroppedStretch, CroppedPictureLinesUpWithTheWholeOne)
     if (nearest) {
         EXPECT_GE(exact, 14 * 10 * 2 / 3);
     }
-}
-
-// The window path, on SDL's offscreen video driver (no X server needed): the
-// view lays the poster out on the window's surface, and again when the window
-// changes size.
-TEST(SDLSceneSurface, WindowSurfaceFollowsAResizeAndTheViewLaysOutAgain)
-{
-    SDL_SetHintWithPriority(SDL_HINT_VIDEODRIVER, "offscreen", SDL_HINT_OVERRIDE);
-    ASSERT_EQ(SDL_InitSubSystem(SDL_INIT_VIDEO), 0) << SDL_GetError();
-    {
-        SDLSceneSurface::WindowOptions options;
-        options.size = PixelSize{80, 60};
-        auto opened = SDLSceneSurface::openWindow(options);
-        ASSERT_TRUE(opened.has_value()) << opened.error();
-        SDLSceneSurface& surface = **opened;
-        EXPECT_EQ(surface.boundsSize(), (Size{80, 60}));
-
-        testing::TempDir dir;
-        auto manifest = testing::PackageWriter::minimalManifest("resize");
-        manifest["visual"]["poster"] = "poster.png";
-        manifest["visual"]["protectsSafeArea"] = true;
-        auto folder = testing::PackageWriter::write(dir.path(), "resize.hushmeadow", manifest,
-                                                    {{"loop.mp4", testing::video()}, {"poster.png", testing::poster(16, 12)}});
-        FFmpegMediaProbe media;
-        auto world = WorldPackage::contentsOf(folder, media);
-        ASSERT_TRUE(world.has_value()) << world.error().description();
-
-        ManualRunLoop loop;
-        auto owned = std::make_unique<testing::ManualSerialQueue>(PosterStore::queueLabel);
-        auto* queue = owned.get();
-        PosterStore posters(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>());
-        PixelSceneView view(surface, posters);
-        view.setFillsView(false); // the whole scene, with margins
-        view.load(*world);
-        queue->runAll();
-        loop.runPending();
-        ASSERT_TRUE(surface.render());
-
-        SDL_Surface* shown = SDL_GetWindowSurface(surface.window());
-        ASSERT_NE(shown, nullptr);
-        // 16 × 12 in 80 × 60: scale 5 exactly, no margins.
-        const Image poster = testing::posterImage(16, 12);
-        expectPixels(shown, [&](int x, int y) { return pixelOf(poster, x / 5, y / 5); });
-
-        SDL_SetWindowSize(surface.window(), 100, 60);
-        bool relaidOut = false;
-        SDL_Event event;
-        while (SDL_PollEvent(&event))
-            if (surface.handleEvent(event)) {
-                view.layout();
-                relaidOut = true;
-            }
-        ASSERT_TRUE(relaidOut);
-        EXPECT_EQ(surface.boundsSize(), (Size{100, 60}));
-        ASSERT_TRUE(surface.render());
-        shown = SDL_GetWindowSurface(surface.window());
-        ASSERT_EQ(shown->w, 100);
-        // Still scale 5, now with 10-pixel bars left and right from the side strips.
-        const auto& strips = posters.cached(*world->posterURL())->strips;
-        ASSERT_TRUE(strips.has_value());
-        expectPixels(shown, [&](int x, int y) {
-            if (x < 10)
-                return pixelOf(strips->left, 0, y * 12 / 60);
-            if (x >= 90)
-                return pixelOf(strips->right, 0, y * 12 / 60);
-            return pixelOf(poster, (x - 10) / 5, y / 5);
-        });
-        view.tearDown();
-    }
-    SDL_QuitSubSystem(SDL_INIT_VIDEO);
 }
 
 } // namespace
