@@ -151,16 +151,6 @@ TEST_F(PixelSceneViewTest, MarginBarsAroundACroppedOrFittedPicture)
     auto entry = std::make_shared<PosterStore::Entry>();
     entry->image = testing::posterImage(10, 10);
     entry->strips = EdgeStrips::make(entry->image, 3);
-    bars = PixelSceneView::marginBars({10, 20, 100, 60}, {120, 100}, plain, entry);
-    ASSERT_EQ(bars.size(), 8u);
-    EXPECT_EQ(bars[0].rect, (PixelRect{0, 20, 10, 60}));
-    EXPECT_TRUE(bars[0].stripIsVertical);
-    EXPECT_EQ(std::make_pair(bars[0].spanStart, bars[0].spanLength), std::make_pair(20, 60));
-    EXPECT_EQ(bars[2].rect, (PixelRect{10, 0, 100, 20}));
-    EXPECT_FALSE(bars[2].stripIsVertical);
-    EXPECT_EQ(bars[7].rect, (PixelRect{110, 80, 10, 20}));
-    EXPECT_EQ(bars[7].fill, MarginBar::Fill::color);
-
     WorldManifest::Visual autoMatte;
     autoMatte.matte = "auto";
     for (const auto& bar : PixelSceneView::marginBars({10, 0, 100, 100}, {120, 100}, autoMatte, entry))

@@ -25,7 +25,7 @@ unset HUSHMEADOWS_DEBUG
 
 poster_w=40
 poster_h=24
-python3 "$pixels" poster poster.png $poster_w $poster_h
+python3 "$pixels" poster poster.ppm $poster_w $poster_h && convert poster.ppm poster.png
 ffmpeg "${quiet[@]}" -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p loop.mp4
 
 package() { # folder id [extra json for visual] [poster file]
