@@ -3,6 +3,7 @@
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegVideoFile.h"
+#include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/SDLRunLoop.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
@@ -220,6 +221,10 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
             view.setSuspended(Suspension::occluded, !*visible);
     });
     loop.setBeforeWait([&] { drawing.render(); });
+
+    // The picture holds still while the machine or the displays sleep.
+    LinuxPowerEvents power(loop);
+    power.observeSuspensions([&view](Suspension reason, bool suspended) { view.setSuspended(reason, suspended); });
 
     view.load(shown);
     view.play();
