@@ -31,6 +31,12 @@ PixelSceneView::PixelSceneView(SceneSurface& surface, PosterStore& posters, RunL
     ++liveViews;
 }
 
+PixelSceneView::PixelSceneView(std::unique_ptr<SceneSurface> surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource)
+    : PixelSceneView(*surface, posters, mainLoop, std::move(makeSource))
+{
+    ownedSurface_ = std::move(surface);
+}
+
 PixelSceneView::~PixelSceneView()
 {
     unload();

@@ -30,6 +30,8 @@ public:
     using VideoSourceMaker = std::function<std::unique_ptr<LoopingVideoSource>(const std::vector<std::filesystem::path>& urls)>;
 
     PixelSceneView(SceneSurface& surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource = {});
+    // The same, drawing on a surface the view owns.
+    PixelSceneView(std::unique_ptr<SceneSurface> surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource = {});
     ~PixelSceneView() override;
 
     void setPixelPerfect(bool pixelPerfect) override;
@@ -74,6 +76,7 @@ private:
     void updateRunState();
     void unload();
 
+    std::unique_ptr<SceneSurface> ownedSurface_;
     SceneSurface& surface_;
     PosterStore& posters_;
     RunLoop& mainLoop_;

@@ -1,5 +1,5 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
-#include "SceneCore/Picture/PixelSceneView.h"
+#include "SceneCore/Picture/PixelSceneViewFactory.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "tests/support/FakeVideoFiles.h"
 #include "tests/support/FixtureKit.h"
@@ -235,6 +235,19 @@ TEST_F(PixelSceneViewTest, PosterStaysWhenNoVideoPlays)
     EXPECT_EQ(surface.artwork->width, 640);
     EXPECT_FALSE(view.isPlaying());
     EXPECT_FALSE(view.isTicking());
+}
+
+TEST_F(PixelSceneViewTest, FactoryViewsOwnTheirSurfacesAndAreCountedWithTheirSources)
+{
+    videos.frames = {{"loop.mp4", 3}};
+    PixelSceneViewFactory factory([](Size) { return std::make_unique<RecordingSurface>(); }, *posters, loop, videoMaker());
+    auto view = factory.makeSceneView({640, 360});
+    view->load(world("calm"));
+    EXPECT_EQ(factory.liveSceneViews(), 1);
+    EXPECT_EQ(factory.liveVideoSources(), 1);
+    view.reset();
+    EXPECT_EQ(factory.liveSceneViews(), 0);
+    EXPECT_EQ(factory.liveVideoSources(), 0);
 }
 
 } // namespace
