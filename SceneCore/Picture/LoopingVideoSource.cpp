@@ -266,6 +266,7 @@ std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
     if (!isPlaying())
         return nullptr;
     std::vector<TimedFrame> due;
+    bool wantsMore = false;
     {
         std::lock_guard lock(pipeline_->mutex);
         auto& ready = pipeline_->ready;
@@ -278,8 +279,10 @@ std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
                 ready.pop_front();
             }
         }
+        wantsMore = ready.size() < framesAhead;
     }
-    scheduleDecoding();
+    if (wantsMore)
+        scheduleDecoding();
     if (due.empty())
         return nullptr;
     // Every item passed counts, even one too short to be seen.
