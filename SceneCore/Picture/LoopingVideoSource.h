@@ -31,7 +31,7 @@ public:
     // Items prepared at once in a playlist: the one showing and two after it.
     static constexpr std::size_t maxQueuedItems = 3;
     // Frames decoded ahead of the one showing.
-    static constexpr std::size_t framesAhead = 6;
+    static constexpr std::size_t framesAhead = 4;
 
     // Starts checking the files on the queue and returns at once.
     LoopingVideoSource(std::vector<std::filesystem::path> urls, RunLoop& mainLoop, std::unique_ptr<SerialQueue> decodeQueue,

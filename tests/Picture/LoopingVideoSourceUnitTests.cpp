@@ -85,7 +85,7 @@ TEST_F(LoopingVideoSourceTest, InvalidateDuringLoadingPreparesNothingAndClosesEv
     EXPECT_TRUE(lines("Playing").empty());
 }
 
-TEST_F(LoopingVideoSourceTest, OneFileLoopsSeamlesslyAndEveryUnplayableFileIsNamedOnce)
+TEST_F(LoopingVideoSourceTest, OneFileLoopsSeamlesslyAndEveryUnplayableFileIsNamedOnceOrFails)
 {
     struct Case {
         std::vector<std::filesystem::path> urls;
@@ -102,21 +102,15 @@ TEST_F(LoopingVideoSourceTest, OneFileLoopsSeamlesslyAndEveryUnplayableFileIsNam
         files.frames = {{"a.mp4", 3}, {"empty.mp4", 0}};
         make(c.urls);
         source->play();
-        std::vector<Shown> shown;
         for (int i = 0; i < 10; ++i)
-            shown.push_back(step().value_or(Shown{-1, -1}));
-        EXPECT_THAT(shown, ElementsAre(Shown(0, 0), Shown(0, 1), Shown(0, 2), Shown(0, 0), Shown(0, 1), Shown(0, 2), Shown(0, 0),
-                                       Shown(0, 1), Shown(0, 2), Shown(0, 0)));
+            EXPECT_EQ(step(), Shown(0, i % 3)) << "frame time " << i;
         EXPECT_EQ(source->loopCount(), 3);
         EXPECT_EQ(lines("No playable"), c.dropped);
         EXPECT_EQ(source->variationsPlayed().size(), 4u);
         EXPECT_EQ(source->queuedItemCount(), 0u);
     }
-}
-
-TEST_F(LoopingVideoSourceTest, NoPlayableFileFailsAndDeliversNothing)
-{
-    files.frames = {{"empty.mp4", 0}};
+    // None playable: failed, and nothing ever comes.
+    log.clear();
     make({"gone.mp4", "empty.mp4"});
     source->play();
     EXPECT_EQ(step(), std::nullopt);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Pixels of a shown world, for play_poster.sh.
+"""Pixels of a shown world, for play_world.sh.
 
   scene_pixels.py poster OUT.ppm WIDTH HEIGHT
       writes the test poster: every pixel a different, known colour.
