@@ -58,30 +58,6 @@ TEST(EdgeStrips, FailsWhenTheBandsWouldMeetOrTheDepthIsUnusable)
     }
 }
 
-TEST(EdgeStrips, EachStripAveragesItsOwnBandAndTruncates)
-{
-    // Left band 10, 11, 11 → 10.67 → 10. Right band 0, 30, 60 → 30; the column
-    // just inside it (255) is not part of it. Top rows blue 90, bottom 30.
-    const int w = 20, h = 50;
-    const auto strips = EdgeStrips::make(picture(w, h, [&](int x, int y) {
-        const std::uint8_t red = x == 0 ? 10 : x < 3 ? 11 : 0;
-        const std::uint8_t green = x == w - 4 ? 255 : x >= w - 3 ? static_cast<std::uint8_t>((x - (w - 3)) * 30) : 0;
-        const std::uint8_t blue = y < 3 ? 90 : y >= h - 3 ? 30 : 0;
-        return RGBA{red, green, blue, 255};
-    }), 3);
-    ASSERT_TRUE(strips);
-    for (int i = 0; i < h; ++i) {
-        EXPECT_EQ(at(strips->left, i)[0], 10) << i;
-        EXPECT_EQ(at(strips->left, i)[1], 0) << i;
-        EXPECT_EQ(at(strips->right, i)[0], 0) << i;
-        EXPECT_EQ(at(strips->right, i)[1], 30) << i;
-    }
-    for (int i = 0; i < w; ++i) {
-        EXPECT_EQ(at(strips->top, i)[2], 90) << i;
-        EXPECT_EQ(at(strips->bottom, i)[2], 30) << i;
-    }
-}
-
 TEST(EdgeStrips, SmoothingIsCutShortAtTheEndsAndWidensWithLength)
 {
     const std::uint8_t reds[10] = {10, 20, 200, 0, 0, 0, 0, 40, 80, 90};

@@ -138,25 +138,6 @@ TEST_F(PixelSceneViewTest, PosterIsLaidOutByTheFramingWithBarsFromItsEdgesOrMatt
     }
 }
 
-TEST_F(PixelSceneViewTest, MarginBarsAroundACroppedOrFittedPicture)
-{
-    WorldManifest::Visual plain;
-    // A picture wider than the view overhangs on both sides: only top and bottom bars, black without strips.
-    auto bars = PixelSceneView::marginBars({-50, 100, 1400, 500}, {1300, 760}, plain, nullptr);
-    ASSERT_EQ(bars.size(), 2u);
-    EXPECT_EQ(bars[0].rect, (PixelRect{0, 0, 1300, 100}));
-    EXPECT_EQ(bars[1].rect, (PixelRect{0, 600, 1300, 160}));
-    EXPECT_EQ(bars[0].color, (ColorRGB8{0, 0, 0}));
-
-    auto entry = std::make_shared<PosterStore::Entry>();
-    entry->image = testing::posterImage(10, 10);
-    entry->strips = EdgeStrips::make(entry->image, 3);
-    WorldManifest::Visual autoMatte;
-    autoMatte.matte = "auto";
-    for (const auto& bar : PixelSceneView::marginBars({10, 0, 100, 100}, {120, 100}, autoMatte, entry))
-        EXPECT_EQ(bar.fill, MarginBar::Fill::color);
-}
-
 TEST_F(PixelSceneViewTest, NoPosterIsSaidAndStaleDecodesAreIgnored)
 {
     testing::LogCapture log;
