@@ -80,8 +80,8 @@ void PixelSceneView::load(const WorldPackage& world)
 {
     unload();
     world_ = world;
-    if (makeSource_)
-        source_ = makeSource_(world.videoURLs());
+    if (auto urls = world.videoURLs(); makeSource_ && !urls.empty())
+        source_ = makeSource_(urls);
     updateRunState();
 
     auto posterURL = world.posterURL();
