@@ -1,6 +1,7 @@
 #include "Platforms/Linux/FFmpegVideoFile.h"
 #include "SceneCore/Picture/LoopingVideoSource.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
+#include "tests/support/FakeVideoFiles.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/ManualSerialQueue.h"
 
@@ -73,6 +74,51 @@ TEST(LoopingVideoSourceMedia, EveryFrameOncePerPassInOrderAcrossLoopPointsAndPla
         if (i >= frames && i % frames == 0) {
             EXPECT_NE(playlist[i].first, playlist[i - 1].first) << "the same variation twice at " << i;
         }
+    }
+}
+
+// The video-file port's contract, for the FFmpeg adapter and the fake alike:
+// frames in order at 1/rate apart, then the end, and after a rewind the
+// same frames again; a missing file is a readable error.
+struct FFmpegFiles {
+    testing::TempDir dir;
+    std::filesystem::path file = indexedClip(dir, 1, 12);
+    VideoFileOpener opener() { return &FFmpegVideoFile::open; }
+    static int indexOf(const Image& image) { return image.row(0)[2]; }
+};
+struct FakeFiles {
+    testing::FakeVideoFiles fake;
+    std::filesystem::path file = "clip.mp4";
+    FakeFiles() { fake.frames = {{"clip.mp4", 12}}; }
+    VideoFileOpener opener() { return fake.opener(); }
+    static int indexOf(const Image& image) { return testing::FakeVideoFiles::identify(image).second; }
+};
+template <typename Files>
+class VideoFileContract : public ::testing::Test {};
+using Adapters = ::testing::Types<FFmpegFiles, FakeFiles>;
+TYPED_TEST_SUITE(VideoFileContract, Adapters);
+
+TYPED_TEST(VideoFileContract, FramesInOrderThenTheEndAndTheSameAgainAfterARewind)
+{
+    TypeParam files;
+    EXPECT_FALSE(files.opener()("missing.mp4").has_value());
+    auto opened = files.opener()(files.file);
+    ASSERT_TRUE(opened.has_value()) << opened.error();
+    VideoFile& file = **opened;
+    EXPECT_EQ(file.frameRate(), fps);
+    ImagePool pool;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < 12; ++i) {
+            auto frame = file.readFrame(pool);
+            ASSERT_TRUE(frame && *frame) << "pass " << pass << " frame " << i;
+            EXPECT_EQ(TypeParam::indexOf(*(*frame)->image), i);
+            EXPECT_EQ((*frame)->image->size(), file.pixelSize());
+            EXPECT_NEAR((*frame)->presentationTime, i / double(fps), 1e-6);
+        }
+        auto end = file.readFrame(pool);
+        ASSERT_TRUE(end.has_value());
+        EXPECT_FALSE(end->has_value());
+        ASSERT_TRUE(file.rewind().has_value());
     }
 }
 
