@@ -7,6 +7,7 @@
 #include "Platforms/Linux/DisplayAudioLock.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
+#include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverHost.h"
 #include "Platforms/Linux/ParentProcess.h"
 #include "Platforms/Linux/SDLRunLoop.h"
@@ -281,9 +282,20 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     }
 
     loop.setEventHandler([&](const SDL_Event& event) {
+        for (auto& screen : screens) {
+            SceneView* scene = screen.view->sceneView();
+            if (screen.surface->handleEvent(event) && scene)
+                scene->layout();
+            if (auto visible = screen.surface->visibilityChange(event); visible && scene)
+                scene->setSuspended(Suspension::occluded, !*visible);
+        }
+    });
+    // The picture holds still while the machine or the displays sleep.
+    LinuxPowerEvents power(loop);
+    power.observeSuspensions([&screens](Suspension reason, bool suspended) {
         for (auto& screen : screens)
-            if (screen.surface->handleEvent(event) && screen.view->sceneView())
-                screen.view->sceneView()->layout();
+            if (SceneView* scene = screen.view->sceneView())
+                scene->setSuspended(reason, suspended);
     });
     loop.setBeforeWait([&] {
         for (auto& screen : screens)

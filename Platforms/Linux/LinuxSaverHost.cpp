@@ -1,5 +1,8 @@
 #include "Platforms/Linux/LinuxSaverHost.h"
 
+#include "Platforms/Linux/FFmpegVideoFile.h"
+#include "Platforms/Linux/ThreadSerialQueue.h"
+#include "SceneCore/Picture/LoopingVideoSource.h"
 #include "SceneCore/Picture/PixelSceneView.h"
 
 namespace hushmeadows {
@@ -83,8 +86,17 @@ void LinuxSaverHost::render()
         surface_.render();
 }
 
-std::unique_ptr<SceneView> LinuxSaverHost::makeSceneView(Size) { return std::make_unique<PixelSceneView>(surface_, posters_); }
+std::unique_ptr<SceneView> LinuxSaverHost::makeSceneView(Size)
+{
+    RunLoop& loop = loop_;
+    return std::make_unique<PixelSceneView>(surface_, posters_, loop_, [&loop](const std::vector<std::filesystem::path>& urls) {
+        return std::make_unique<LoopingVideoSource>(urls, loop, std::make_unique<ThreadSerialQueue>(LoopingVideoSource::queueLabel),
+                                                    &FFmpegVideoFile::open);
+    });
+}
 
 int LinuxSaverHost::liveSceneViews() const { return PixelSceneView::liveCount(); }
+
+int LinuxSaverHost::liveVideoSources() const { return LoopingVideoSource::liveCount(); }
 
 } // namespace hushmeadows

@@ -49,7 +49,7 @@ public:
 
     std::unique_ptr<SceneView> makeSceneView(Size bounds) override;
     int liveSceneViews() const override;
-    int liveVideoSources() const override { return 0; }
+    int liveVideoSources() const override;
 
     // X's top-left frames in the view's coordinates: origin at the bottom
     // left of the first monitor, y upwards.

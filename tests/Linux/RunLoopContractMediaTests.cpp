@@ -1,5 +1,4 @@
 #include "Platforms/Linux/SDLRunLoop.h"
-#include "Platforms/Linux/TerminationSignals.h"
 #include "Platforms/Linux/ThreadRunLoop.h"
 #include "Platforms/Linux/ThreadSerialQueue.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
@@ -8,11 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <csignal>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -130,38 +126,6 @@ TEST(ThreadSerialQueue, RunsWorkOneAtATimeInOrderOffTheCallingThread)
     EXPECT_TRUE(std::ranges::is_sorted(order));
     EXPECT_FALSE(overlapped);
     EXPECT_FALSE(onCaller);
-}
-
-TEST(TerminationSignals, SignalsReachTheCallbackOnItsOwnThreadAndTheOldHandlersComeBack)
-{
-    static std::atomic<int> earlierHandlerCalls{0};
-    struct sigaction earlier {}, saved {};
-    earlier.sa_handler = [](int) { ++earlierHandlerCalls; };
-    sigemptyset(&earlier.sa_mask);
-    ASSERT_EQ(sigaction(SIGTERM, &earlier, &saved), 0);
-    std::mutex mutex;
-    std::condition_variable arrived;
-    std::vector<int> received;
-    std::thread::id callbackThread;
-    {
-        TerminationSignals signals([&](int signal) {
-            std::lock_guard lock(mutex);
-            received.push_back(signal);
-            callbackThread = std::this_thread::get_id();
-            arrived.notify_all();
-        });
-        std::raise(SIGTERM);
-        std::raise(SIGINT);
-        std::unique_lock lock(mutex);
-        // A bound against hanging, not a speed requirement.
-        ASSERT_TRUE(arrived.wait_for(lock, std::chrono::seconds(10), [&] { return received.size() == 2; }));
-        EXPECT_THAT(received, ElementsAre(SIGTERM, SIGINT));
-        EXPECT_NE(callbackThread, std::this_thread::get_id());
-        EXPECT_EQ(earlierHandlerCalls.load(), 0);
-    }
-    std::raise(SIGTERM);
-    EXPECT_EQ(earlierHandlerCalls.load(), 1);
-    sigaction(SIGTERM, &saved, nullptr);
 }
 
 TEST(PreconditionDeathTest, StopsTheProcessWithItsMessage)
