@@ -1,5 +1,6 @@
 #include "Apps/hushmeadows/PlayCommand.h"
 
+#include "Apps/hushmeadows/WindowID.h"
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegVideoFile.h"
@@ -73,20 +74,6 @@ std::optional<PixelSize> windowSizeOf(std::string_view text)
     return PixelSize{*width, *height};
 }
 
-std::optional<std::uint64_t> windowIDOf(std::string_view text)
-{
-    int base = 10;
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        text.remove_prefix(2);
-        base = 16;
-    }
-    std::uint64_t value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (text.empty() || error != std::errc{} || end != text.data() + text.size() || value == 0)
-        return std::nullopt;
-    return value;
-}
-
 // The options, or the exit status of a usage error or --help.
 std::expected<PlayOptions, int> parse(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err)
 {
@@ -117,7 +104,7 @@ std::expected<PlayOptions, int> parse(const std::vector<std::string>& arguments,
             options.windowSize = size;
         } else if (argument == "--window-id") {
             auto text = value();
-            auto id = text ? windowIDOf(*text) : std::nullopt;
+            auto id = text ? parseWindowID(*text) : std::nullopt;
             if (!id)
                 return bad("--window-id needs an X window id");
             options.windowID = id;
