@@ -9,10 +9,7 @@
 namespace hushmeadows {
 namespace {
 
-struct Report {
-    char seen;
-    pid_t pid;
-};
+struct Report { char seen; pid_t pid; };
 
 // A watcher under a middle process that stands in for the daemon. The
 // watcher reports what watch() found and keeps the pipe open until it dies.
@@ -30,12 +27,10 @@ TEST(ParentProcess, ADeadParentEndsTheWatcherAlsoWhenItDiedFirst)
                     ::usleep(1000);
                 Report report{ParentProcess::watch() ? 'w' : 'n', ::getpid()};
                 [[maybe_unused]] auto written = ::write(fds[1], &report, sizeof report);
-                for (;;)
-                    ::pause();
-            }
-            if (diesFirst)
+            } else if (diesFirst) {
                 ::_exit(0);
-            for (;;)
+            }
+            for (;;) // the watcher, and a middle process waiting for its kill
                 ::pause();
         }
         ::close(fds[1]);
