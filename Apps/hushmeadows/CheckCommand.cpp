@@ -1,5 +1,7 @@
 #include "Apps/hushmeadows/CheckCommand.h"
 
+#include "Apps/hushmeadows/CommandOptions.h"
+#include "Apps/hushmeadows/PrintableText.h"
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "SceneCore/Worlds/WorldPackage.h"
@@ -20,7 +22,7 @@ constexpr const char* usage = "usage: hushmeadows check [--media] PATH...\n"
 
 void printLine(std::FILE* out, const std::string& folder, const std::string& text)
 {
-    std::fprintf(out, "%s: %s\n", folder.c_str(), text.c_str());
+    std::fprintf(out, "%s: %s\n", printable(folder).c_str(), printable(text).c_str());
     std::fflush(out);
 }
 
@@ -36,8 +38,8 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
         } else if (argument == "--help" || argument == "-h") {
             std::fputs(usage, out);
             return 0;
-        } else if (argument.starts_with("-") && argument != "-") {
-            std::fprintf(err, "hushmeadows check: unknown option %s\n%s", argument.c_str(), usage);
+        } else if (isOptionWord(argument)) {
+            std::fprintf(err, "hushmeadows check: unknown option %s\n%s", printableExcerpt(argument).c_str(), usage);
             return 2;
         } else {
             paths.emplace_back(argument);
@@ -60,7 +62,7 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
         auto package = WorldPackage::contentsOf(folder, media);
         if (!package) {
             anyFailed = true;
-            std::fprintf(out, "%s\n", WorldLibrary::Failure{folder, package.error()}.description().c_str());
+            std::fprintf(out, "%s\n", printable(WorldLibrary::Failure{folder, package.error()}.description()).c_str());
             std::fflush(out);
             return;
         }
@@ -89,12 +91,12 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
         std::error_code error;
         if (!fs::is_directory(path, error)) {
             anyFailed = true;
-            std::fprintf(err, "hushmeadows check: %s is not a folder\n", path.c_str());
+            std::fprintf(err, "hushmeadows check: %s is not a folder\n", printable(path.string()).c_str());
             continue;
         }
         auto entries = WorldLibrary::packageEntries(path);
         if (entries.empty())
-            std::fprintf(err, "hushmeadows check: no world packages in %s\n", path.c_str());
+            std::fprintf(err, "hushmeadows check: no world packages in %s\n", printable(path.string()).c_str());
         for (const auto& entry : entries)
             checkPackage(entry);
     }

@@ -1,9 +1,10 @@
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/PathContainment.h"
 
 #include <cmath>
-#include <fstream>
 
 namespace hushmeadows {
 
@@ -65,13 +66,6 @@ bool matchesIdPattern(std::string_view id)
 
 bool withinUnit(double v) { return v >= 0 && v <= 1; }
 
-fs::path resolved(const fs::path& path)
-{
-    std::error_code error;
-    auto result = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : result;
-}
-
 std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track& track, const std::string& field, const fs::path& root, const MediaProbe& media)
 {
     if (!withinUnit(track.defaultVolume))
@@ -86,26 +80,6 @@ std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track&
     if (info->lengthFrames < 1)
         return std::unexpected(WorldPackageError::undecodableResource(fileField, track.file, std::string(WorldPackageError::noAudioReason)));
     return {};
-}
-
-// The manifest text, or nothing when its size is unknown, over the limit, or
-// it cannot be read. Never reads more than the limit allows.
-std::optional<std::string> readManifest(const fs::path& file)
-{
-    std::error_code error;
-    if (!fs::is_regular_file(file, error))
-        return std::nullopt;
-    auto size = fs::file_size(file, error);
-    if (error || size > WorldPackage::manifestSizeLimit)
-        return std::nullopt;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        return std::nullopt;
-    std::string text(static_cast<std::size_t>(size), '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(size));
-    if (stream.gcount() != static_cast<std::streamsize>(size))
-        return std::nullopt;
-    return text;
 }
 
 } // namespace
@@ -136,7 +110,8 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
     auto invalid = [&] {
         return std::unexpected(WorldPackageError::invalidValue(std::string(field), std::string(WorldPackageError::relativePathReason)));
     };
-    if (path.empty() || path.front() == '/')
+    // A NUL would cut the path short where the system reads it.
+    if (path.empty() || path.front() == '/' || path.find('\0') != std::string_view::npos)
         return invalid();
     for (std::size_t start = 0; start <= path.size();) {
         auto end = path.find('/', start);
@@ -147,18 +122,14 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
         start = end + 1;
     }
 
-    fs::path candidate = resolved(root / fs::path(std::string(path)));
-    fs::path resolvedRoot = resolved(root);
+    fs::path candidate = resolvedPath(root / fs::path(std::string(path)));
 
     std::error_code error;
     auto status = fs::status(candidate, error);
     if (error || !fs::exists(status) || fs::is_directory(status))
         return std::unexpected(WorldPackageError::missingResource(std::string(field), std::string(path)));
 
-    std::string rootPrefix = resolvedRoot.string();
-    if (rootPrefix.empty() || rootPrefix.back() != '/')
-        rootPrefix.push_back('/');
-    if (!candidate.string().starts_with(rootPrefix))
+    if (!isPathInside(candidate, root))
         return std::unexpected(WorldPackageError::resourceOutsidePackage(std::string(field), std::string(path)));
 
     // Only regular files have a size; anything else (a pipe, a device) is
@@ -232,7 +203,7 @@ std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs
     if (!fs::exists(manifestURL, error))
         return std::unexpected(WorldPackageError::manifestMissing(url));
 
-    auto text = readManifest(manifestURL);
+    auto text = readSmallFile(manifestURL, manifestSizeLimit);
     if (!text)
         return std::unexpected(WorldPackageError::manifestUnreadable(url, std::string(WorldPackageError::manifestSizeReason)));
 
