@@ -30,8 +30,10 @@ std::string allowedValues(const std::string& key, const Json& current)
         return "a number from 0 to 1, or null";
     if (key == "worldMixes")
         return "an object of world ids to {\"music\": 0 to 1, \"ambience\": 0 to 1}";
-    if (current.is_boolean())
+    if (current.is_boolean() || key == "screenSaverChosen")
         return "true or false";
+    if (current.is_number_integer())
+        return "a whole number";
     if (current.is_array())
         return "an array of texts";
     return "a value of the kind shown by hushmeadows settings";

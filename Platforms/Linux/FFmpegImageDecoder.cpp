@@ -14,7 +14,7 @@ std::optional<PixelSize> FFmpegImageDecoder::pixelSize(const std::filesystem::pa
     if (!input)
         return std::nullopt;
     AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0)
+    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0 || !avcodec_find_decoder(stream->codecpar->codec_id))
         return std::nullopt;
     return PixelSize{stream->codecpar->width, stream->codecpar->height};
 }
@@ -25,13 +25,16 @@ std::optional<Image> FFmpegImageDecoder::decode(const std::filesystem::path& fil
     if (!input)
         return std::nullopt;
     AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream)
+    // Judged on the header, before any pixel is decoded; and again on the
+    // frame, whose size a lying header does not bind.
+    auto tooLarge = [](int width, int height) { return PixelSize{width, height}.decodedBytes() > maximumDecodedImageBytes; };
+    if (!stream || tooLarge(stream->codecpar->width, stream->codecpar->height))
         return std::nullopt;
     auto decoder = FFmpegInput::openDecoder(*stream);
     if (!decoder)
         return std::nullopt;
     FramePtr frame = makeFrame();
-    if (input->decodeNext(**decoder, *stream, *frame) != 0 || frame->width <= 0 || frame->height <= 0)
+    if (input->decodeNext(**decoder, *stream, *frame) != 0 || frame->width <= 0 || frame->height <= 0 || tooLarge(frame->width, frame->height))
         return std::nullopt;
 
     AVPixelFormat target = format == PixelFormat::rgba8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_BGRA;

@@ -1,5 +1,6 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 
+#include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
 
 extern "C" {
@@ -76,16 +77,7 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
 
 std::optional<PixelSize> FFmpegMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
-    auto input = FFmpegInput::open(file, MediaKind::image);
-    if (!input)
-        return std::nullopt;
-    const AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream)
-        return std::nullopt;
-    const AVCodecParameters& parameters = *stream->codecpar;
-    if (parameters.width <= 0 || parameters.height <= 0 || !avcodec_find_decoder(parameters.codec_id))
-        return std::nullopt;
-    return PixelSize{parameters.width, parameters.height};
+    return FFmpegImageDecoder().pixelSize(file);
 }
 
 std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const std::filesystem::path& file) const
@@ -99,6 +91,10 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const 
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.sample_rate <= 0 || parameters.ch_layout.nb_channels <= 0)
         return std::unexpected(std::string("the audio format is unknown"));
+    // Beyond what any audio device or resampler setting here is made for: a
+    // header claiming it is damaged or hostile.
+    if (parameters.sample_rate > 768'000 || parameters.ch_layout.nb_channels > 32)
+        return std::unexpected(std::string("the audio format is out of range"));
     if (!avcodec_find_decoder(parameters.codec_id))
         return std::unexpected(std::string("no decoder for the audio codec"));
 
@@ -133,6 +129,9 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
         return failure(VideoProbeFailure::notPlayable);
     if (!(streamSeconds(input->format(), *stream) > 0))
         return failure(VideoProbeFailure::zeroDuration);
+    // A frame too large to hold is refused before any is decoded.
+    if (PixelSize{stream->codecpar->width, stream->codecpar->height}.decodedBytes() > maximumDecodedImageBytes)
+        return failure(VideoProbeFailure::unsupportedFormat);
 
     auto decoder = FFmpegInput::makeDecoder(*stream);
     if (!decoder)

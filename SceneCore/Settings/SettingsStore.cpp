@@ -121,6 +121,10 @@ HushmeadowsSettings SettingsStore::loadLocked()
 
 std::expected<HushmeadowsSettings, std::error_code> SettingsStore::update(const Change& change)
 {
+    // The lock file lives beside the settings, so their folder comes first.
+    std::error_code folderError;
+    if (!fileURL_.parent_path().empty())
+        fs::create_directories(fileURL_.parent_path(), folderError);
     auto held = FileAccess::current()->lock(lockFileURL(), std::chrono::seconds(10));
     if (!held)
         return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));

@@ -163,8 +163,11 @@ std::expected<void, WorldPackageError> WorldPackage::validate(const WorldManifes
         auto poster = requireResource("visual.poster", *visual.poster, root);
         if (!poster)
             return std::unexpected(poster.error());
-        if (!media.imagePixelSize(*poster))
+        auto size = media.imagePixelSize(*poster);
+        if (!size)
             return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::unreadableImageReason)));
+        if (size->decodedBytes() > maximumDecodedImageBytes)
+            return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::oversizedImageReason)));
     }
 
     if (manifest.audio.music) {

@@ -27,39 +27,6 @@ HushmeadowsSettings everyFieldSet()
 
 HushmeadowsSettings decoded(const Json& json) { return HushmeadowsSettings::decode(json.dump()); }
 
-TEST(HushmeadowsSettings, EmptyObjectGivesTheDefaults)
-{
-    const auto& d = HushmeadowsSettings::defaultSettings();
-    EXPECT_EQ(HushmeadowsSettings::decode("{}"), d);
-    EXPECT_EQ(d, HushmeadowsSettings{});
-    EXPECT_FALSE(d.musicVolume);
-    EXPECT_FALSE(d.isMuted);
-    EXPECT_FALSE(d.screenSaverAudioEnabled);
-    EXPECT_TRUE(d.pixelPerfectScaling);
-    EXPECT_TRUE(d.showsMenuBarExtra);
-    EXPECT_EQ(d.framing, Framing::fill);
-    EXPECT_EQ(d.timeOfDay, TimeOfDay::automatic);
-    EXPECT_EQ(d.sleepTimer, SleepTimer::off);
-    EXPECT_EQ(d.launchBehavior, LaunchBehavior::showWindow);
-    EXPECT_EQ(d.musicStyleDefault, MusicStyle::studio);
-    EXPECT_FALSE(d.musicStyle);
-}
-
-TEST(HushmeadowsSettings, CaseNamesAreTheFileWords)
-{
-    auto s = decoded({{"launchBehavior", "enterAmbientMode"}, {"framing", "wholeScene"}, {"sleepTimer", "after60Minutes"},
-                      {"timeOfDay", "night"}, {"libraryTab", "voxel"}, {"musicStyle", "classic"}, {"musicStyleDefault", "classic"}});
-    EXPECT_EQ(s.launchBehavior, LaunchBehavior::enterAmbientMode);
-    EXPECT_EQ(s.framing, Framing::wholeScene);
-    EXPECT_EQ(s.sleepTimer, SleepTimer::after60Minutes);
-    EXPECT_EQ(s.timeOfDay, TimeOfDay::night);
-    EXPECT_EQ(s.libraryTab, LibraryTab::voxel);
-    EXPECT_EQ(s.musicStyle, MusicStyle::classic);
-    EXPECT_EQ(s.musicStyleDefault, MusicStyle::classic);
-    EXPECT_EQ(decoded({{"sleepTimer", "after15Minutes"}}).sleepTimer, SleepTimer::after15Minutes);
-    EXPECT_EQ(decoded({{"sleepTimer", "After15Minutes"}}).sleepTimer, SleepTimer::off);
-}
-
 TEST(HushmeadowsSettings, VolumesAreKeptWithinZeroToOne)
 {
     EXPECT_EQ(decoded({{"musicVolume", 1.7}}).musicVolume, 1.0);
@@ -129,7 +96,10 @@ TEST(HushmeadowsSettings, ABadWorldMixEntryCostsOnlyItself)
 
 TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
 {
-    for (std::string_view text : {"", "[]", "[{}]", "3", "\"{}\"", "null", "{", "{} {}", "{\"a\":}"})
+    std::string deep = "{\"worldMixes\": " + std::string(70'000, '[') + std::string(70'000, ']') + "}";
+    std::string trailingNul("{}\0{\"musicVolume\": 1}", 21);
+    for (std::string text : {std::string(""), std::string("[]"), std::string("[{}]"), std::string("3"), std::string("\"{}\""), std::string("null"),
+                             std::string("{"), std::string("{} {}"), std::string("{\"a\":}"), deep, trailingNul})
         EXPECT_THROW(HushmeadowsSettings::decode(text), DecodingError) << text;
     EXPECT_NO_THROW(HushmeadowsSettings::decode(" {\"musicVolume\": {}} "));
 }
@@ -145,16 +115,6 @@ TEST(HushmeadowsSettings, EncodingRoundTripsEveryFieldAndWritesAbsentAsNull)
     EXPECT_TRUE(json.at("musicVolume").is_null());
     EXPECT_TRUE(json.at("libraryTab").is_null());
     EXPECT_TRUE(json.at("musicStyle").is_null());
-
-    std::vector<std::string> keys;
-    const auto ordered = d.toJson();
-    for (const auto& [key, value] : ordered.items())
-        keys.push_back(key);
-    EXPECT_EQ(keys, (std::vector<std::string>{
-                        "musicVolume", "ambienceVolume", "isMuted", "screenSaverAudioEnabled", "screenSaverAllDisplays",
-                        "screenSaverChosen", "launchBehavior", "pixelPerfectScaling", "framing", "showsMenuBarExtra",
-                        "selectedWorldID", "worldMixes", "favouriteWorldIDs", "timeOfDay", "sleepTimer", "welcomeSeen",
-                        "longAmbientSessions", "reviewRequested", "libraryTab", "musicStyle", "musicStyleDefault"}));
 
     // A record assigned out of range is written normalized.
     auto loud = d;
@@ -232,20 +192,6 @@ TEST(HushmeadowsSettings, LevelMutatorsClampAndClear)
     EXPECT_FALSE(s.worldMixes.contains("w"));
     s.setAmbienceLevel(std::nullopt, "never-set");
     EXPECT_TRUE(s.worldMixes.empty());
-}
-
-TEST(HushmeadowsSettings, ToggleFavouriteAddsAtTheEndOrRemoves)
-{
-    HushmeadowsSettings s;
-    EXPECT_TRUE(s.toggleFavourite("a"));
-    EXPECT_TRUE(s.toggleFavourite("b"));
-    EXPECT_TRUE(s.toggleFavourite("c"));
-    EXPECT_FALSE(s.toggleFavourite("b"));
-    EXPECT_EQ(s.favouriteWorldIDs, (std::vector<std::string>{"a", "c"}));
-    EXPECT_TRUE(s.toggleFavourite("b"));
-    EXPECT_EQ(s.favouriteWorldIDs, (std::vector<std::string>{"a", "c", "b"}));
-    EXPECT_TRUE(s.isFavourite("c"));
-    EXPECT_FALSE(s.isFavourite("d"));
 }
 
 } // namespace

@@ -27,30 +27,6 @@ std::string reasonFor(std::string_view text)
     return "decoded";
 }
 
-TEST(WorldManifest, MinimalFileTakesEveryDefault)
-{
-    auto m = decoded(minimal());
-    EXPECT_EQ(m.formatVersion, 1);
-    EXPECT_EQ(m.id, "calm-lake");
-    EXPECT_EQ(m.name, "Calm Lake");
-    EXPECT_FALSE(m.subtitle);
-    EXPECT_TRUE(m.tags.empty());
-    EXPECT_FALSE(m.audio.music);
-    EXPECT_FALSE(m.audio.ambience);
-    EXPECT_TRUE(m.visual.pixelArt);
-    EXPECT_EQ(m.visual.scaling, WorldManifest::Scaling::aspectFill);
-    EXPECT_EQ(m.visual.focus, (UnitPoint{0.5, 0.5}));
-    EXPECT_EQ(m.visual.safeArea, (UnitSize{0.8, 0.8}));
-    EXPECT_TRUE(m.visual.variations.empty());
-    EXPECT_FALSE(m.visual.protectsSafeArea);
-    EXPECT_FALSE(m.visual.matte);
-    EXPECT_FALSE(m.visual.hasMatte());
-    EXPECT_FALSE(m.theme);
-    EXPECT_FALSE(m.timeOfDay);
-    EXPECT_TRUE(m.versions.empty());
-    EXPECT_EQ(m.kind, WorldKind::pixel);
-}
-
 TEST(WorldManifest, StrictKeysFailTheWholeFileWithTheirPath)
 {
     auto j = minimal();
@@ -96,6 +72,13 @@ TEST(WorldManifest, TextThatIsNotJsonOrNotAnObject)
     EXPECT_EQ(reasonFor(""), "not valid JSON");
     EXPECT_EQ(reasonFor("\xff\xfe{}"), "not valid JSON");
     EXPECT_EQ(reasonFor("[]"), "wrong type at ''");
+    // A NUL does not end the text early, and nesting is bounded.
+    auto j = minimal();
+    EXPECT_EQ(reasonFor(j.dump() + std::string("\0garbage", 8)), "not valid JSON");
+    j["name"] = Json::parse(std::string(60, '[') + std::string(60, ']'));
+    EXPECT_EQ(reasonFor(j.dump()), "wrong type at 'name'");
+    j["name"] = Json::parse(std::string(64, '[') + std::string(64, ']'));
+    EXPECT_EQ(reasonFor(j.dump()), "not valid JSON");
 }
 
 TEST(WorldManifest, TolerantKeysFallBackToTheirDefaults)

@@ -1,4 +1,6 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
+#include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
@@ -6,6 +8,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace hushmeadows {
 namespace {
@@ -17,6 +21,9 @@ using ::testing::HasSubstr;
 
 class WorldPackageTest : public ::testing::Test {
 protected:
+    static void SetUpTestSuite() { PosixFileAccess::install(); }
+    static void TearDownTestSuite() { FileAccess::install(nullptr); }
+
     testing::TempDir dir;
     FFmpegMediaProbe media;
 
@@ -166,6 +173,48 @@ TEST_F(WorldPackageTest, MediaChecksOfPosterAndSound)
     EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", testing::emptyWav()}}),
               "audio.ambience.file (wind.flac) can't be decoded: contains no audio");
     EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", testing::audio({.container = "flac"})}}), "loaded");
+}
+
+// Files an archive or another user can place: each is refused at once with
+// its reason, never read without bound, never waited on.
+TEST_F(WorldPackageTest, HostileFilesAreRefusedWithTheirReason)
+{
+    auto fifo = [](const fs::path& at) {
+        fs::create_directories(at.parent_path());
+        ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0);
+    };
+    fifo(dir / "pipe.hushmeadow/world.json");
+    fs::create_directories(dir / "zero.hushmeadow");
+    fs::create_symlink("/dev/zero", dir / "zero.hushmeadow/world.json");
+    for (const char* name : {"pipe.hushmeadow", "zero.hushmeadow"}) {
+        auto package = WorldPackage::contentsOf(dir / name, media);
+        ASSERT_FALSE(package) << name;
+        EXPECT_EQ(package.error().reason(), WorldPackageError::manifestSizeReason) << name;
+    }
+
+    fifo(dir / "Worlds" / WorldCatalog::fileName);
+    EXPECT_FALSE(WorldCatalog::load(dir / "Worlds"));
+    fs::remove(dir / "Worlds" / WorldCatalog::fileName);
+    fs::create_symlink("/dev/zero", dir / "Worlds" / WorldCatalog::fileName);
+    EXPECT_FALSE(WorldCatalog::load(dir / "Worlds"));
+
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["file"] = std::string("loop.mp4\0/../../outside", 24);
+    EXPECT_EQ(failure(m), "Invalid value for visual.file: must be a relative path inside the package");
+
+    // 16000 x 16000 in 31 KB: 1 GB once decoded.
+    testing::TempDir scratch;
+    testing::runCommand("python3 -c " + testing::shellQuoted(R"(
+import struct, zlib
+def chunk(k, d): return struct.pack(">I", len(d)) + k + d + struct.pack(">I", zlib.crc32(k + d))
+z = zlib.compressobj(9); row = bytes(2001)
+idat = b"".join(z.compress(row) for _ in range(16000)) + z.flush()
+open(")" + (scratch / "bomb.png").string() + R"(", "wb").write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 16000, 16000, 1, 0, 0, 0, 0)) + chunk(b"IDAT", idat) + chunk(b"IEND", b""))
+)"));
+    m = PackageWriter::minimalManifest("calm");
+    m["visual"]["poster"] = "poster.png";
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"poster.png", scratch / "bomb.png"}}),
+              "visual.poster (poster.png) can't be decoded: the picture is too large: over 72 MiB once decoded");
 }
 
 TEST_F(WorldPackageTest, FailingVersionIsDroppedAndLogged)
