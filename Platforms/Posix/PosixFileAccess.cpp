@@ -46,20 +46,20 @@ private:
 
 } // namespace
 
-std::expected<std::string, FileAccess::ReadFailure> PosixFileAccess::read(const std::filesystem::path& file, std::uintmax_t limit) const
+FileAccess::ReadResult PosixFileAccess::read(const std::filesystem::path& file, std::uintmax_t limit) const
 {
     // O_NONBLOCK: opening a FIFO with no writer returns at once instead of
     // waiting for one; the descriptor is then refused as not regular.
     Descriptor fd(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (fd.get() < 0)
-        return std::unexpected(errno == ENOENT || errno == ENOTDIR ? ReadFailure::missing : ReadFailure::unreadable);
+        return {{}, errno == ENOENT || errno == ENOTDIR ? ReadFailure::missing : ReadFailure::unreadable};
     struct stat status{};
     if (::fstat(fd.get(), &status) != 0)
-        return std::unexpected(ReadFailure::unreadable);
+        return {{}, ReadFailure::unreadable};
     if (!S_ISREG(status.st_mode))
-        return std::unexpected(ReadFailure::notRegular);
+        return {{}, ReadFailure::notRegular};
     if (status.st_size < 0 || static_cast<std::uintmax_t>(status.st_size) > limit)
-        return std::unexpected(ReadFailure::tooLarge);
+        return {{}, ReadFailure::tooLarge};
     // One byte more than fstat said notices a file that grew meanwhile.
     auto size = static_cast<std::size_t>(status.st_size);
     std::string data(size + 1, '\0');
@@ -69,15 +69,15 @@ std::expected<std::string, FileAccess::ReadFailure> PosixFileAccess::read(const 
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return std::unexpected(ReadFailure::unreadable);
+            return {{}, ReadFailure::unreadable};
         if (count == 0)
             break;
         filled += static_cast<std::size_t>(count);
     }
     if (filled > size)
-        return std::unexpected(size >= limit ? ReadFailure::tooLarge : ReadFailure::unreadable);
+        return {{}, size >= limit ? ReadFailure::tooLarge : ReadFailure::unreadable};
     data.resize(filled);
-    return data;
+    return {std::move(data), std::nullopt};
 }
 
 std::unique_ptr<FileAccess::Lock> PosixFileAccess::lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const

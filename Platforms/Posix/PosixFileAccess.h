@@ -8,7 +8,7 @@ namespace hushmeadows {
 // judge the opened descriptor, flock for the cross-process lock.
 class PosixFileAccess final : public FileAccess {
 public:
-    std::expected<std::string, ReadFailure> read(const std::filesystem::path& file, std::uintmax_t limit) const override;
+    ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const override;
     std::unique_ptr<Lock> lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const override;
 
     // Makes this adapter the one FileAccess::current() returns.

@@ -13,25 +13,25 @@ namespace fs = std::filesystem;
 // platform adapters close that gap.
 class PortableFileAccess final : public FileAccess {
 public:
-    std::expected<std::string, ReadFailure> read(const fs::path& file, std::uintmax_t limit) const override
+    ReadResult read(const fs::path& file, std::uintmax_t limit) const override
     {
         std::error_code error;
         auto status = fs::status(file, error);
         if (!fs::exists(status))
-            return std::unexpected(ReadFailure::missing);
+            return {{}, ReadFailure::missing};
         if (!fs::is_regular_file(status))
-            return std::unexpected(ReadFailure::notRegular);
+            return {{}, ReadFailure::notRegular};
         std::ifstream in(file, std::ios::binary);
         if (!in)
-            return std::unexpected(ReadFailure::unreadable);
+            return {{}, ReadFailure::unreadable};
         std::string data(static_cast<std::size_t>(limit) + 1, '\0');
         in.read(data.data(), static_cast<std::streamsize>(data.size()));
         if (in.bad())
-            return std::unexpected(ReadFailure::unreadable);
+            return {{}, ReadFailure::unreadable};
         data.resize(static_cast<std::size_t>(in.gcount()));
         if (data.size() > limit)
-            return std::unexpected(ReadFailure::tooLarge);
-        return data;
+            return {{}, ReadFailure::tooLarge};
+        return {std::move(data), std::nullopt};
     }
 
     std::unique_ptr<Lock> lock(const fs::path&, std::chrono::milliseconds) const override { return std::make_unique<Lock>(); }

@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
-#include <expected>
+#include <optional>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -24,6 +24,14 @@ public:
         unreadable, // anything else (permissions, I/O)
     };
 
+    // The whole text, or why there is none. (A plain struct: the parsers
+    // that use it also build as C++20 for fuzzing.)
+    struct ReadResult {
+        std::string text;
+        std::optional<ReadFailure> failure;
+        explicit operator bool() const { return !failure; }
+    };
+
     // Held while alive; releasing it lets the next process in.
     class Lock {
     public:
@@ -34,7 +42,7 @@ public:
 
     // The whole file, at most `limit` bytes. Opens only regular files, never
     // blocks on opening, and judges the size of what it opened.
-    virtual std::expected<std::string, ReadFailure> read(const std::filesystem::path& file, std::uintmax_t limit) const = 0;
+    virtual ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const = 0;
 
     // An exclusive advisory lock on `lockFile` (created when missing), waiting
     // at most `wait`. Nothing when it could not be had in time.
@@ -49,7 +57,7 @@ public:
 };
 
 // The file's text through the installed adapter.
-inline std::expected<std::string, FileAccess::ReadFailure> readSmallFile(const std::filesystem::path& file, std::uintmax_t limit)
+inline FileAccess::ReadResult readSmallFile(const std::filesystem::path& file, std::uintmax_t limit)
 {
     return FileAccess::current()->read(file, limit);
 }

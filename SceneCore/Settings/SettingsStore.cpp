@@ -103,7 +103,7 @@ HushmeadowsSettings SettingsStore::loadLocked()
     if (!data) {
         // Only a regular file that is ours to judge is ever moved; a folder,
         // device or pipe at this path is left where it is.
-        auto failure = data.error();
+        auto failure = *data.failure;
         if (failure == FileAccess::ReadFailure::tooLarge)
             setAsideLocked("larger than 1 MB");
         else if (failure != FileAccess::ReadFailure::missing)
@@ -111,7 +111,7 @@ HushmeadowsSettings SettingsStore::loadLocked()
         return HushmeadowsSettings::defaultSettings();
     }
     try {
-        return HushmeadowsSettings::decode(*data);
+        return HushmeadowsSettings::decode(data.text);
     } catch (const DecodingError& decodingError) {
         Log::settings.error("Settings file unreadable, using defaults: %{private}s", std::string(decodingError.what()));
         setAsideLocked("not valid settings JSON");

@@ -32,7 +32,7 @@ std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const f
     std::optional<Manifest> manifest;
     if (text) {
         try {
-            manifest = Manifest::decode(*text);
+            manifest = Manifest::decode(text.text);
         } catch (const DecodingError&) {
         }
     }

@@ -106,14 +106,14 @@ std::optional<WorldCatalog> WorldCatalog::load(const std::filesystem::path& worl
 {
     auto file = worldsFolder / fileName;
     auto text = readSmallFile(file, maximumFileSize);
-    if (!text && text.error() == FileAccess::ReadFailure::missing)
+    if (text.failure == FileAccess::ReadFailure::missing)
         return std::nullopt;
     if (!text) {
         Log::worlds.error("Catalog in %{public}s is unreadable or larger than 1 MB", worldsFolder.string());
         return std::nullopt;
     }
     try {
-        return decode(*text);
+        return decode(text.text);
     } catch (const DecodingError& decodingError) {
         Log::worlds.error("Catalog in %{public}s is unreadable: %{private}s", worldsFolder.string(), decodingError.debugDescription());
         return std::nullopt;

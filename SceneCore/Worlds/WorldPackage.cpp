@@ -212,7 +212,7 @@ std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs
 
     WorldManifest manifest;
     try {
-        manifest = WorldManifest::decode(*text);
+        manifest = WorldManifest::decode(text.text);
     } catch (const DecodingError& decodingError) {
         return std::unexpected(WorldPackageError::manifestUnreadable(url, describe(decodingError)));
     } catch (const std::exception& other) {
