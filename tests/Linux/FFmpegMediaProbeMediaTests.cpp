@@ -165,21 +165,6 @@ TEST_F(FFmpegMediaProbeTest, PlaylistsNamingAnotherVideoAreRefused)
     EXPECT_FALSE(inspector.audioFileInfo(audioPlaylist));
 }
 
-TEST_F(FFmpegMediaProbeTest, ConcatScriptsNamingAnotherFileAreRefused)
-{
-    testing::copyFile(testing::video(), dir / "real.mp4");
-    testing::copyFile(testing::audio(), dir / "real.wav");
-    testing::writeText(dir / "clip.mp4", "ffconcat version 1.0\nfile real.mp4\n");
-    testing::writeText(dir / "music.wav", "ffconcat version 1.0\nfile real.wav\n");
-    ASSERT_NE(streamTypesSeenByFFprobe(dir / "clip.mp4").find("video"), std::string::npos);
-    ASSERT_NE(streamTypesSeenByFFprobe(dir / "music.wav").find("audio"), std::string::npos);
-
-    auto result = inspector.probeVideo(dir / "clip.mp4");
-    ASSERT_TRUE(result) << "probed through the concat script";
-    EXPECT_EQ(result->failure, VideoProbeFailure::notReadable);
-    EXPECT_FALSE(inspector.audioFileInfo(dir / "music.wav"));
-}
-
 TEST_F(FFmpegMediaProbeTest, ImageNamesAreNeverExpandedAsPatterns)
 {
     testing::copyFile(testing::poster(16, 9), dir / "frame1.png");

@@ -104,24 +104,6 @@ TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
     EXPECT_NO_THROW(HushmeadowsSettings::decode(" {\"musicVolume\": {}} "));
 }
 
-TEST(HushmeadowsSettings, EncodingRoundTripsEveryFieldAndWritesAbsentAsNull)
-{
-    auto full = everyFieldSet();
-    EXPECT_EQ(HushmeadowsSettings::decode(full.encode()), full);
-    const auto& d = HushmeadowsSettings::defaultSettings();
-    EXPECT_EQ(HushmeadowsSettings::decode(d.encode()), d);
-
-    auto json = Json::parse(d.encode());
-    EXPECT_TRUE(json.at("musicVolume").is_null());
-    EXPECT_TRUE(json.at("libraryTab").is_null());
-    EXPECT_TRUE(json.at("musicStyle").is_null());
-
-    // A record assigned out of range is written normalized.
-    auto loud = d;
-    loud.musicVolume = 4;
-    EXPECT_EQ(HushmeadowsSettings::decode(loud.encode()).musicVolume, 1.0);
-}
-
 TEST(HushmeadowsSettings, TimeOfDayPhase)
 {
     auto utc = Calendar::fixedOffset(0s);
@@ -171,27 +153,6 @@ TEST(HushmeadowsSettings, LevelIsTheWorldsOwnElseGlobalElseBuiltIn)
     EXPECT_EQ(s.ambienceLevel("other", 0.3), 0.3);
     EXPECT_EQ(s.musicLevel("other", 1.5), 0.8);
     EXPECT_EQ(s.ambienceLevel("other", 1.5), 1.0);
-}
-
-TEST(HushmeadowsSettings, LevelMutatorsClampAndClear)
-{
-    HushmeadowsSettings s;
-    s.setMusicLevel(1.4);
-    s.setAmbienceLevel(-3);
-    EXPECT_EQ(s.musicVolume, 1.0);
-    EXPECT_EQ(s.ambienceVolume, 0.0);
-    s.setMusicLevel(std::nullopt);
-    EXPECT_FALSE(s.musicVolume);
-
-    s.setMusicLevel(7, "w");
-    s.setAmbienceLevel(0.5, "w");
-    EXPECT_EQ(s.worldMixes.at("w"), (WorldMix{1.0, 0.5}));
-    s.setMusicLevel(std::nullopt, "w");
-    EXPECT_EQ(s.worldMixes.at("w"), (WorldMix{std::nullopt, 0.5}));
-    s.setAmbienceLevel(std::nullopt, "w");
-    EXPECT_FALSE(s.worldMixes.contains("w"));
-    s.setAmbienceLevel(std::nullopt, "never-set");
-    EXPECT_TRUE(s.worldMixes.empty());
 }
 
 } // namespace

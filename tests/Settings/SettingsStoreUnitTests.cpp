@@ -181,15 +181,5 @@ TEST_F(SettingsStoreTest, ReaderNeverSeesHalfASave)
     EXPECT_TRUE(log.lines("settings").empty());
 }
 
-TEST_F(SettingsStoreTest, FailedSaveLeavesWhatWasThere)
-{
-    // The rename cannot replace a non-empty folder.
-    fs::create_directories(file / "keep");
-    auto result = store.save(HushmeadowsSettings{});
-    ASSERT_FALSE(result.has_value());
-    EXPECT_TRUE(fs::is_directory(file / "keep"));
-    EXPECT_FALSE(namesIn(folder.path()).contains("Settings.unreadable"));
-}
-
 } // namespace
 } // namespace hushmeadows
