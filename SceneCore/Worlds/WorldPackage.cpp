@@ -2,6 +2,7 @@
 
 #include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/MediaProbeCache.h"
 #include "SceneCore/Runtime/PathContainment.h"
 
 #include <cmath>
@@ -196,8 +197,10 @@ std::vector<std::string> WorldPackage::validVariations(const WorldManifest::Visu
     return valid;
 }
 
-std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaProbe& media)
+std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaProbe& probe)
 {
+    // Versions name the base's poster and sounds again: each file is probed once.
+    MediaProbeCache media(probe);
     std::error_code error;
     if (!fs::is_directory(url, error))
         return std::unexpected(WorldPackageError::notADirectory(url));
