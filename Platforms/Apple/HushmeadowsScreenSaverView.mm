@@ -222,18 +222,18 @@ private:
     }
     auto folders = worldsFolders(bundle);
     _services = std::make_unique<SaverServices>(SaverServices{
-        process.mainLoop,
-        process.center,
-        process.session,
-        process.audio,
-        *_scenes,
-        process.activation,
-        [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
-        [folders](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, SaverProcess::shared().media); },
-        info,
-        [] { return static_cast<std::uint32_t>(std::random_device{}()); },
-        [] { return std::chrono::system_clock::now(); },
-        Calendar::current(),
+        .mainLoop = process.mainLoop,
+        .distributedCenter = process.center,
+        .session = process.session,
+        .audio = process.audio,
+        .scenes = *_scenes,
+        .activation = process.activation,
+        .loadSettings = [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
+        .chooseWorld = [folders](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, SaverProcess::shared().media); },
+        .bundleInfo = info,
+        .randomNumber = [] { return static_cast<std::uint32_t>(std::random_device{}()); },
+        .now = [] { return std::chrono::system_clock::now(); },
+        .calendar = Calendar::current(),
     });
     _core = std::make_unique<hushmeadows::HushmeadowsScreenSaverView>(*_host, *_services);
     return self;

@@ -122,20 +122,6 @@ TEST_F(FFmpegMediaProbeTest, ProbeNamesTheStepAVideoFailsAt)
     }
 }
 
-// The header (moved to the front) survives, the frames do not.
-TEST_F(FFmpegMediaProbeTest, AVideoCutOffBeforeItsFramesHasNoDecodableFrames)
-{
-    const auto& source = testing::video({.seconds = 1});
-    std::string listing = testing::runCommand("ffprobe -v error -show_entries packet=pos -select_streams v -of csv=p=0 "
-        + testing::shellQuoted(source.string()));
-    std::size_t firstPacket = std::stoul(listing);
-    truncateCopy(source, dir / "cut.mp4", firstPacket);
-
-    auto result = inspector.probeVideo(dir / "cut.mp4");
-    ASSERT_TRUE(result);
-    EXPECT_EQ(result->failure, VideoProbeFailure::noDecodableFrames);
-}
-
 // Only the given file is ever read -------------------------------------------
 
 TEST_F(FFmpegMediaProbeTest, PlaylistsNamingAnotherVideoAreRefused)
@@ -155,14 +141,6 @@ TEST_F(FFmpegMediaProbeTest, PlaylistsNamingAnotherVideoAreRefused)
         ASSERT_TRUE(result) << "probed through the playlist";
         EXPECT_EQ(result->failure, VideoProbeFailure::notReadable);
     }
-
-    auto realAudio = dir / "elsewhere" / "real.m4a";
-    testing::copyFile(testing::audio({.container = "m4a"}), realAudio);
-    auto audioPlaylist = dir / "package" / "music.m4a";
-    testing::writeText(audioPlaylist,
-        "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.25,\nfile://" + realAudio.string() + "\n#EXT-X-ENDLIST\n");
-    ASSERT_NE(streamTypesSeenByFFprobe(audioPlaylist).find("audio"), std::string::npos);
-    EXPECT_FALSE(inspector.audioFileInfo(audioPlaylist));
 }
 
 TEST_F(FFmpegMediaProbeTest, ImageNamesAreNeverExpandedAsPatterns)

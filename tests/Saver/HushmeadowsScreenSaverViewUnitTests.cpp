@@ -45,17 +45,17 @@ protected:
     testing::LogCapture log;
 
     SaverServices services{
-        loop,
-        center,
-        session,
-        audio,
-        scenes,
-        activation,
-        [this] {
+        .mainLoop = loop,
+        .distributedCenter = center,
+        .session = session,
+        .audio = audio,
+        .scenes = scenes,
+        .activation = activation,
+        .loadSettings = [this] {
             ++settingsLoads;
             return settings;
         },
-        [this](const HushmeadowsSettings& s) {
+        .chooseWorld = [this](const HushmeadowsSettings& s) {
             WorldChoice choice;
             if (worldID) {
                 choice.world = makeWorld(s.selectedWorldID.value_or(*worldID));
@@ -63,10 +63,10 @@ protected:
             }
             return choice;
         },
-        {{"CFBundleShortVersionString", "1.4"}, {"CFBundleVersion", "27"}},
-        [this] { return nextRandom++; },
-        [] { return std::chrono::sys_days{std::chrono::year{2026} / 6 / 1} + std::chrono::hours{12}; },
-        Calendar::fixedOffset(std::chrono::seconds{0}),
+        .bundleInfo = {{"CFBundleShortVersionString", "1.4"}, {"CFBundleVersion", "27"}},
+        .randomNumber = [this] { return nextRandom++; },
+        .now = [] { return std::chrono::sys_days{std::chrono::year{2026} / 6 / 1} + std::chrono::hours{12}; },
+        .calendar = Calendar::fixedOffset(std::chrono::seconds{0}),
     };
 
     void realActivation() { center.post(Notification{ActivationMonitor::didStartName, std::nullopt, {{"runFromPref", false}}}); }

@@ -210,27 +210,6 @@ TEST_F(WorldPackageTest, FailingVersionIsDroppedAndLogged)
     EXPECT_THAT(log.lines("worlds", false), ::testing::ElementsAre("Skipping the night version of calm.hushmeadow: <private>"));
 }
 
-TEST_F(WorldPackageTest, DayPhaseVersionsOverrideTheBase)
-{
-    auto m = PackageWriter::minimalManifest("calm");
-    m["timeOfDay"] = "day";
-    m["audio"] = {{"music", {{"file", "day.flac"}, {"defaultVolume", 0.5}}}};
-    m["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}, {"variations", {"night-b.mp4", "gone.mp4"}}}}}}};
-    auto package = load(m, {{"loop.mp4", testing::video()}, {"night.mp4", testing::video()}, {"night-b.mp4", testing::video()},
-                            {"day.flac", testing::audio({.container = "flac"})}});
-    ASSERT_TRUE(package);
-    EXPECT_EQ(package->phases(), (std::set<DayPhase>{DayPhase::day, DayPhase::night}));
-
-    EXPECT_EQ(package->version(DayPhase::day), *package);
-    testing::LogCapture log;
-    auto night = package->version(DayPhase::night);
-    EXPECT_EQ(night.visualURL(), package->rootURL() / "night.mp4");
-    EXPECT_EQ(night.musicURL(), package->musicURL());
-    EXPECT_EQ(night.variationFiles(), std::vector<std::string>{"night-b.mp4"});
-    EXPECT_EQ(night.rootURL(), package->rootURL());
-    EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre("Skipping variation in calm.hushmeadow: Missing resource for visual.variations: gone.mp4"));
-}
-
 TEST_F(WorldPackageTest, VariationsThatFailAreDropped)
 {
     testing::LogCapture log;
