@@ -119,7 +119,7 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
     };
 
     for (const auto& path : paths) {
-        if (path.extension() == "." + std::string(WorldPackage::fileExtension)) {
+        if (WorldPackage::hasPackageExtension(path)) {
             checkPackage(path);
             continue;
         }

@@ -11,7 +11,7 @@ std::expected<WorldPackage, std::string> findWorld(const std::optional<std::stri
                                                    const MediaProbe& media)
 {
     namespace fs = std::filesystem;
-    if (argument && fs::path(*argument).extension() == "." + std::string(WorldPackage::fileExtension)) {
+    if (argument && WorldPackage::hasPackageExtension(*argument)) {
         fs::path folder = *argument;
         auto package = WorldPackage::contentsOf(folder, media);
         if (!package)
@@ -19,8 +19,13 @@ std::expected<WorldPackage, std::string> findWorld(const std::optional<std::stri
         return *package;
     }
     // Ids never hold "/" nor start with "."; such an argument is a path.
-    if (argument && (argument->find('/') != std::string::npos || argument->starts_with(".")))
-        return std::unexpected(printable(*argument) + " is not a world package (a folder whose name ends in ." + std::string(WorldPackage::fileExtension) + ")");
+    if (argument && (argument->find('/') != std::string::npos || argument->starts_with("."))) {
+        std::string problem = printable(*argument);
+        problem += " is not a world package (a folder whose name ends in .";
+        problem += WorldPackage::fileExtension;
+        problem += ')';
+        return std::unexpected(problem);
+    }
     WorldChoice choice = chooseWorld(settings, linuxWorldsFolders(Environment::current(), bundledWorldsFolder()), media);
     if (argument) {
         for (const auto& world : choice.library.worlds())

@@ -22,10 +22,8 @@ std::vector<fs::path> WorldLibrary::packageEntries(const fs::path& folder)
     fs::directory_iterator it(folder, error);
     if (error)
         return entries;
-    std::string extension(1, '.');
-    extension += WorldPackage::fileExtension;
     for (const auto& entry : it) {
-        if (entry.path().extension() == extension)
+        if (WorldPackage::hasPackageExtension(entry.path()))
             entries.push_back(entry.path());
     }
     std::sort(entries.begin(), entries.end(), [](const fs::path& a, const fs::path& b) {

@@ -92,6 +92,12 @@ WorldPackage::WorldPackage(fs::path rootURL, WorldManifest manifest, std::vector
 {
 }
 
+bool WorldPackage::hasPackageExtension(const fs::path& path)
+{
+    std::string extension = path.extension().string();
+    return extension.size() == fileExtension.size() + 1 && extension.front() == '.' && extension.ends_with(fileExtension);
+}
+
 std::string WorldPackage::describe(const DecodingError& error)
 {
     switch (error.kind()) {
