@@ -1,4 +1,3 @@
-#include "Platforms/Linux/FFmpegInput.h"
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "tests/support/FixtureKit.h"
 
@@ -164,20 +163,6 @@ TEST_F(FFmpegMediaProbeTest, ANamedPipeIsRefusedWithoutWaitingForAWriter)
     EXPECT_EQ(inspector.imagePixelSize(fifo), std::nullopt);
     EXPECT_FALSE(inspector.audioFileInfo(fifo));
     EXPECT_EQ(inspector.probeVideo(fifo)->failure, VideoProbeFailure::notReadable);
-}
-
-// The shared input ------------------------------------------------------------
-
-TEST(FFmpegInputTest, EachKindAdmitsOnlyItsOwnFormats)
-{
-    av_log_set_level(AV_LOG_QUIET);
-    EXPECT_TRUE(FFmpegInput::open(testing::poster(), MediaKind::image));
-    EXPECT_FALSE(FFmpegInput::open(testing::poster(), MediaKind::video));
-    EXPECT_FALSE(FFmpegInput::open(testing::poster(), MediaKind::audio));
-    EXPECT_TRUE(FFmpegInput::open(testing::audio(), MediaKind::audio));
-    EXPECT_FALSE(FFmpegInput::open(testing::audio(), MediaKind::video));
-    EXPECT_TRUE(FFmpegInput::open(testing::video(), MediaKind::video));
-    EXPECT_FALSE(FFmpegInput::open(testing::video(), MediaKind::image));
 }
 
 } // namespace
