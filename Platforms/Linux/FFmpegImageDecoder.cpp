@@ -1,11 +1,8 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 
 #include "Platforms/Linux/FFmpegInput.h"
+#include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Runtime/ImageHeader.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 extern "C" {
 #include <libavutil/imgutils.h>
@@ -20,25 +17,8 @@ namespace {
 // regular one or its header does not say.
 std::optional<PixelSize> statedSize(const std::filesystem::path& file)
 {
-    int fd = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0)
-        return std::nullopt;
-    struct stat status{};
-    std::string head(64 * 1024, '\0');
-    std::string tail(12, '\0');
-    ssize_t headRead = -1;
-    ssize_t tailRead = -1;
-    if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-        headRead = ::pread(fd, head.data(), head.size(), 0);
-        off_t tailAt = status.st_size > static_cast<off_t>(tail.size()) ? status.st_size - static_cast<off_t>(tail.size()) : 0;
-        tailRead = ::pread(fd, tail.data(), tail.size(), tailAt);
-    }
-    ::close(fd);
-    if (headRead <= 0 || tailRead <= 0)
-        return std::nullopt;
-    head.resize(static_cast<std::size_t>(headRead));
-    tail.resize(static_cast<std::size_t>(tailRead));
-    return imageHeaderSize(head, tail);
+    auto ends = PosixFileAccess::ends(file, 64 * 1024, 12);
+    return ends ? imageHeaderSize(ends->head, ends->tail) : std::nullopt;
 }
 
 } // namespace

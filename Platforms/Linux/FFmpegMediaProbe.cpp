@@ -2,6 +2,8 @@
 
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
+#include "Platforms/Linux/FlacStreamInfo.h"
+#include "Platforms/Posix/PosixFileAccess.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -82,6 +84,11 @@ std::optional<PixelSize> FFmpegMediaProbe::imagePixelSize(const std::filesystem:
 
 std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
+    // FLAC states its format and exact length up front: no decoder needed.
+    auto ends = PosixFileAccess::ends(file, 42, 0);
+    if (auto flac = ends ? FlacStreamInfo::parse(ends->head) : std::nullopt; flac && flac->sampleRate <= 768'000)
+        return AudioFileInfo{.sampleRate = flac->sampleRate, .channelCount = flac->channelCount, .lengthFrames = flac->lengthFrames};
+
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)
         return std::unexpected(input.error());

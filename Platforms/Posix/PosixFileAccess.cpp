@@ -95,6 +95,28 @@ std::unique_ptr<FileAccess::Lock> PosixFileAccess::lock(const std::filesystem::p
     return lock;
 }
 
+std::optional<PosixFileAccess::Ends> PosixFileAccess::ends(const std::filesystem::path& file, std::size_t headSize, std::size_t tailSize)
+{
+    Descriptor fd(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status{};
+    if (fd.get() < 0 || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    auto size = static_cast<std::size_t>(status.st_size);
+    auto readAt = [&](std::size_t offset, std::size_t count) -> std::optional<std::string> {
+        std::string bytes(count, '\0');
+        auto got = ::pread(fd.get(), bytes.data(), count, static_cast<off_t>(offset));
+        if (got < 0)
+            return std::nullopt;
+        bytes.resize(static_cast<std::size_t>(got));
+        return bytes;
+    };
+    auto head = readAt(0, std::min(headSize, size));
+    auto tail = readAt(size - std::min(tailSize, size), std::min(tailSize, size));
+    if (!head || !tail)
+        return std::nullopt;
+    return Ends{std::move(*head), std::move(*tail)};
+}
+
 void PosixFileAccess::install()
 {
     FileAccess::install(std::make_shared<PosixFileAccess>());

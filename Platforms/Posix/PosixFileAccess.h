@@ -11,6 +11,15 @@ public:
     ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const override;
     std::unique_ptr<Lock> lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const override;
 
+    // The first `headSize` and last `tailSize` bytes of a regular file (fewer
+    // when it is shorter), for headers that say what a file holds; nothing
+    // for anything else. Never blocks on opening.
+    struct Ends {
+        std::string head;
+        std::string tail;
+    };
+    static std::optional<Ends> ends(const std::filesystem::path& file, std::size_t headSize, std::size_t tailSize);
+
     // Makes this adapter the one FileAccess::current() returns.
     static void install();
 };
