@@ -22,7 +22,7 @@ run_ctest dev ctest --preset dev -j"$jobs"
 echo "== portable core with clang and libc++ (the standard library Apple's toolchain uses)"
 cmake --preset libcxx -G Ninja
 cmake --build build/libcxx -j"$jobs"
-ctest --preset libcxx -j"$jobs"
+run_ctest libcxx ctest --preset libcxx -j"$jobs"
 
 echo "== address + undefined sanitizers"
 cmake --preset asan -G Ninja
