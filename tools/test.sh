@@ -14,19 +14,28 @@ bash tools/house-checks.sh
 echo "== dev build (-Werror) and all tests"
 cmake --preset dev -G Ninja
 cmake --build build/dev -j"$jobs"
-ctest --preset dev -j"$jobs"
+# Every ctest run is logged; the last line sums them up.
+logs=()
+run_ctest() { local log=build/ctest-$1.log; shift; logs+=("$log"); "$@" 2>&1 | tee "$log" || true; }
+run_ctest dev ctest --preset dev -j"$jobs"
 
 echo "== portable core with clang and libc++ (the standard library Apple's toolchain uses)"
 cmake --preset libcxx -G Ninja
 cmake --build build/libcxx -j"$jobs"
-ctest --preset libcxx -j"$jobs"
+run_ctest libcxx ctest --preset libcxx -j"$jobs"
 
 echo "== address + undefined sanitizers"
 cmake --preset asan -G Ninja
 cmake --build build/asan -j"$jobs"
-ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$PWD/tools/lsan.supp ctest --preset asan -j"$jobs" -L "unit|media"
+run_ctest asan env ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$PWD/tools/lsan.supp ctest --preset asan -j"$jobs" -L "unit|media"
 
 if [ -f fuzz/build.sh ]; then
   echo "== fuzzers"
   bash fuzz/build.sh build/fuzz --run "${FUZZ_SECONDS:-20}"
 fi
+
+# ctest prints "N% tests passed, F tests failed out of T" once per run.
+read -r passed failed < <(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\1 \2/p' "${logs[@]}" \
+  | awk '{ f += $1; t += $2 } END { print t - f, f }')
+echo "tests: ${passed:-0} passed, ${failed:-0} failed"
+[ "${failed:-0}" = 0 ] && [ "${passed:-0}" != 0 ]

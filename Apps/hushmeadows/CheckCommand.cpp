@@ -1,5 +1,9 @@
 #include "Apps/hushmeadows/CheckCommand.h"
 
+#include "Apps/hushmeadows/CommandOptions.h"
+#include "Apps/hushmeadows/PrintableText.h"
+#include "Platforms/Linux/FFmpegAudioFile.h"
+#include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "SceneCore/Worlds/WorldPackage.h"
@@ -7,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <tuple>
 
 namespace hushmeadows {
 
@@ -16,12 +21,41 @@ namespace {
 
 constexpr const char* usage = "usage: hushmeadows check [--media] PATH...\n"
                               "  PATH ending in .hushmeadow: check that package; any other folder: check every package in it\n"
-                              "  --media  also decode the start of each package's video\n";
+                              "  --media  also decode the start of each package's video, its poster and the first second of its sounds\n";
 
 void printLine(std::FILE* out, const std::string& folder, const std::string& text)
 {
-    std::fprintf(out, "%s: %s\n", folder.c_str(), text.c_str());
+    std::fprintf(out, "%s: %s\n", printable(folder).c_str(), printable(text).c_str());
     std::fflush(out);
+}
+
+// What playback meets after the video: the poster decoded whole and the
+// first second of each sound, as the saver would read them.
+std::expected<void, WorldPackageError> verifyPlayback(const WorldPackage& package)
+{
+    const auto& manifest = package.manifest();
+    if (auto poster = package.posterURL(); poster && !FFmpegImageDecoder().decode(*poster, PixelFormat::bgra8))
+        return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *manifest.visual.poster,
+                                                                      std::string(WorldPackageError::unreadableImageReason)));
+    const std::tuple<const char*, std::optional<fs::path>, const std::optional<WorldManifest::Track>&> sounds[] = {
+        {"audio.music.file", package.musicURL(), manifest.audio.music},
+        {"audio.ambience.file", package.ambienceURL(), manifest.audio.ambience},
+    };
+    for (const auto& [field, url, track] : sounds) {
+        if (!url)
+            continue;
+        auto unreadable = [&] {
+            return std::unexpected(WorldPackageError::undecodableResource(field, track->file, std::string(WorldPackageError::unreadableAudioReason)));
+        };
+        constexpr double rate = 48000;
+        auto file = FFmpegAudioFile::open(*url, rate);
+        if (!file)
+            return unreadable();
+        auto second = PCMBuffer::make((*file)->processingFormat(), static_cast<std::uint32_t>(rate));
+        if (!second || !(*file)->read(*second) || second->frameLength() == 0)
+            return unreadable();
+    }
+    return {};
 }
 
 } // namespace
@@ -36,8 +70,8 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
         } else if (argument == "--help" || argument == "-h") {
             std::fputs(usage, out);
             return 0;
-        } else if (argument.starts_with("-") && argument != "-") {
-            std::fprintf(err, "hushmeadows check: unknown option %s\n%s", argument.c_str(), usage);
+        } else if (isOptionWord(argument)) {
+            std::fprintf(err, "hushmeadows check: unknown option %s\n%s", printableExcerpt(argument).c_str(), usage);
             return 2;
         } else {
             paths.emplace_back(argument);
@@ -60,7 +94,7 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
         auto package = WorldPackage::contentsOf(folder, media);
         if (!package) {
             anyFailed = true;
-            std::fprintf(out, "%s\n", WorldLibrary::Failure{folder, package.error()}.description().c_str());
+            std::fprintf(out, "%s\n", printable(WorldLibrary::Failure{folder, package.error()}.description()).c_str());
             std::fflush(out);
             return;
         }
@@ -72,7 +106,10 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
             return;
         }
         if (verifyMedia) {
-            if (auto verified = package->verifyMedia(media); !verified) {
+            auto verified = package->verifyMedia(media);
+            if (verified)
+                verified = verifyPlayback(*package);
+            if (!verified) {
                 anyFailed = true;
                 printLine(out, name, verified.error().description());
                 return;
@@ -82,19 +119,19 @@ int runCheckCommand(const std::vector<std::string>& arguments, const MediaProbe&
     };
 
     for (const auto& path : paths) {
-        if (path.extension() == "." + std::string(WorldPackage::fileExtension)) {
+        if (WorldPackage::hasPackageExtension(path)) {
             checkPackage(path);
             continue;
         }
         std::error_code error;
         if (!fs::is_directory(path, error)) {
             anyFailed = true;
-            std::fprintf(err, "hushmeadows check: %s is not a folder\n", path.c_str());
+            std::fprintf(err, "hushmeadows check: %s is not a folder\n", printable(path.string()).c_str());
             continue;
         }
         auto entries = WorldLibrary::packageEntries(path);
         if (entries.empty())
-            std::fprintf(err, "hushmeadows check: no world packages in %s\n", path.c_str());
+            std::fprintf(err, "hushmeadows check: no world packages in %s\n", printable(path.string()).c_str());
         for (const auto& entry : entries)
             checkPackage(entry);
     }

@@ -1,5 +1,7 @@
 #include "Apps/hushmeadows/RenderAudioCommand.h"
 
+#include "Apps/hushmeadows/CommandOptions.h"
+
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "HushmeadowsSaver/SaverAudio.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
@@ -72,7 +74,7 @@ int runRenderAudioCommand(const std::vector<std::string>& arguments, const Media
             phase = hasValue ? DayPhase::fromRawValue(arguments[++i]) : std::nullopt;
             if (!phase)
                 return bad("--phase is day or night");
-        } else if (argument.starts_with("--")) {
+        } else if (isOptionWord(argument)) {
             return bad("unknown option " + argument);
         } else if (!worldArgument) {
             worldArgument = argument;

@@ -1,8 +1,10 @@
 #include "Apps/hushmeadows/SettingsCommand.h"
 
+#include "Apps/hushmeadows/CommandOptions.h"
+#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/DecodingError.h"
+#include "SceneCore/Runtime/JsonReader.h"
 #include "SceneCore/Settings/SettingsStore.h"
-
-#include <nlohmann/json.hpp>
 
 #include <optional>
 
@@ -13,26 +15,79 @@ namespace {
 constexpr const char* usage = "usage: hushmeadows settings [--file PATH]\n"
                               "       hushmeadows settings set KEY VALUE [--file PATH]\n";
 
+// What a key accepts, in words, judged from its enumeration names or from
+// the kind of value it holds now.
+std::string allowedValues(const std::string& key, const Json& current)
+{
+    auto names = HushmeadowsSettings::allowedNames(key);
+    if (!names.empty()) {
+        std::string list;
+        for (auto name : names)
+            list += (list.empty() ? "" : ", ") + std::string(name);
+        return "one of " + list;
+    }
+    if (key.ends_with("Volume"))
+        return "a number from 0 to 1, or null";
+    if (key == "worldMixes")
+        return "an object of world ids to {\"music\": 0 to 1, \"ambience\": 0 to 1}";
+    if (current.is_boolean() || key == "screenSaverChosen")
+        return "true or false";
+    if (current.is_number_integer())
+        return "a whole number";
+    if (current.is_array())
+        return "an array of texts";
+    return "a value of the kind shown by hushmeadows settings";
+}
+
 // The record with one key replaced, or why the value does not fit.
-std::optional<HushmeadowsSettings> withValue(const HushmeadowsSettings& settings, const std::string& key, const nlohmann::json& value,
+std::optional<HushmeadowsSettings> withValue(const HushmeadowsSettings& settings, const std::string& key, const Json& value,
                                              std::string& problem)
 {
-    nlohmann::json object = nlohmann::json::parse(settings.encode());
+    Json object = parseJson(settings.encode());
     if (!object.contains(key)) {
-        problem = "unknown setting " + key;
+        problem = "unknown setting " + printableExcerpt(key);
         return std::nullopt;
     }
+    Json current = object[key];
     object[key] = value;
     HushmeadowsSettings changed = HushmeadowsSettings::fromJson(object);
     // Decoding is tolerant and clamps volumes: a value that does not come
     // back as given was not taken, so it is refused rather than silently
     // replaced.
-    nlohmann::json written = nlohmann::json::parse(changed.encode());
+    Json written = parseJson(changed.encode());
     if (written[key] != value) {
-        problem = "bad value for " + key + ": " + value.dump();
+        std::string shown = value.is_string() ? value.get<std::string>() : value.dump(-1, ' ', false, Json::error_handler_t::replace);
+        problem = "bad value for " + key + ": " + printableExcerpt(shown) + " (allowed: " + allowedValues(key, current) + ")";
         return std::nullopt;
     }
     return changed;
+}
+
+// The value as JSON first (true, 0.4, null, [..]); a value that is not
+// JSON, or whose JSON reading does not fit, is tried as plain text ("fill").
+std::optional<HushmeadowsSettings> changed(const HushmeadowsSettings& current, const std::string& key, const std::string& text,
+                                           std::string& problem)
+{
+    std::optional<HushmeadowsSettings> result;
+    try {
+        result = withValue(current, key, parseJson(text), problem);
+    } catch (const DecodingError&) {
+    }
+    if (!result) {
+        std::string firstProblem = problem;
+        result = withValue(current, key, Json(text), problem);
+        if (!result && !firstProblem.empty())
+            problem = firstProblem;
+    }
+    return result;
+}
+
+// A file that could not be used was moved: tell the person where and why.
+void reportSetAside(const SettingsStore& store, std::FILE* err)
+{
+    if (const auto& moved = store.lastSetAside())
+        std::fprintf(err, "hushmeadows settings: %s was %s; moved it to %s and used the defaults\n",
+                     printable(store.fileURL().string()).c_str(), moved->reason.c_str(), printable(moved->movedTo.string()).c_str());
 }
 
 } // namespace
@@ -51,6 +106,9 @@ int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out
         } else if (arguments[i] == "--help" || arguments[i] == "-h") {
             std::fputs(usage, out);
             return 0;
+        } else if (isOptionWord(arguments[i]) && words.size() != 2) {
+            std::fprintf(err, "hushmeadows settings: unknown option %s\n%s", printableExcerpt(arguments[i]).c_str(), usage);
+            return 2;
         } else {
             words.push_back(arguments[i]);
         }
@@ -58,7 +116,9 @@ int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out
 
     SettingsStore store(file ? *file : SettingsStore::sharedFileURL());
     if (words.empty()) {
-        std::fprintf(out, "%s\n", store.load().encode().c_str());
+        auto settings = store.load();
+        reportSetAside(store, err);
+        std::fprintf(out, "%s\n", settings.encode().c_str());
         return 0;
     }
     if (words.size() != 3 || words[0] != "set") {
@@ -66,31 +126,18 @@ int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out
         return 2;
     }
 
-    const std::string& key = words[1];
-    const std::string& text = words[2];
-    HushmeadowsSettings current = store.load();
     std::string problem;
-    std::optional<HushmeadowsSettings> changed;
-    // JSON first (true, 0.4, null, [..]); a value that is not JSON, or whose
-    // JSON reading does not fit, is tried as plain text ("fill", "meadow").
-    nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
-    if (!parsed.is_discarded())
-        changed = withValue(current, key, parsed, problem);
-    if (!changed) {
-        std::string firstProblem = problem;
-        changed = withValue(current, key, nlohmann::json(text), problem);
-        if (!changed && !firstProblem.empty())
-            problem = firstProblem;
-    }
-    if (!changed) {
+    auto saved = store.update([&](const HushmeadowsSettings& current) { return changed(current, words[1], words[2], problem); });
+    reportSetAside(store, err);
+    if (!saved && !problem.empty()) {
         std::fprintf(err, "hushmeadows settings: %s\n", problem.c_str());
         return 1;
     }
-    if (auto saved = store.save(*changed); !saved) {
-        std::fprintf(err, "hushmeadows settings: cannot save %s: %s\n", store.fileURL().c_str(), saved.error().message().c_str());
+    if (!saved) {
+        std::fprintf(err, "hushmeadows settings: cannot save %s: %s\n", printable(store.fileURL().string()).c_str(), saved.error().message().c_str());
         return 1;
     }
-    std::fprintf(out, "%s\n", changed->encode().c_str());
+    std::fprintf(out, "%s\n", saved->encode().c_str());
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include "Apps/hushmeadows/SettingsCommand.h"
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/LinuxEnvironment.h"
+#include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Runtime/Log.h"
 
 extern "C" {
@@ -30,7 +31,9 @@ constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
                               "  render-audio [WORLD] --seconds S --out FILE.wav [--fade-in S] [--phase day|night]\n"
                               "                                 the world's sound rendered offline\n"
                               "  settings [--file PATH]         the effective settings\n"
-                              "  settings set KEY VALUE [--file PATH]\n";
+                              "  settings set KEY VALUE [--file PATH]\n"
+                              "  help [COMMAND]                 this text, or a command's own\n"
+                              "  --version                      the program's version\n";
 
 } // namespace
 
@@ -41,6 +44,7 @@ int main(int argc, char** argv)
         return 2;
     }
     hushmeadows::LinuxEnvironment::install();
+    hushmeadows::PosixFileAccess::install();
     // FFmpeg's own chatter only when debugging; our log says what matters.
     if (std::getenv("HUSHMEADOWS_DEBUG")) {
         hushmeadows::Log::setRevealsPrivate(true);
@@ -49,6 +53,15 @@ int main(int argc, char** argv)
     }
     std::string command = argv[1];
     std::vector<std::string> arguments(argv + 2, argv + argc);
+    if (command == "--version") {
+        std::printf("hushmeadows %s\n", HUSHMEADOWS_VERSION);
+        return 0;
+    }
+    // "help COMMAND" is "COMMAND --help".
+    if (command == "help" && !arguments.empty() && arguments.front() != "help") {
+        command = arguments.front();
+        arguments = {"--help"};
+    }
     hushmeadows::FFmpegMediaProbe media;
 
     if (command == "check")

@@ -242,21 +242,22 @@ private:
     };
     auto folders = hushmeadows::worldsFolders(bundle);
     _services = std::make_unique<hushmeadows::SaverServices>(hushmeadows::SaverServices{
-        process.mainLoop,
-        process.center,
-        process.session,
-        process.audio,
-        *_scenes,
-        process.activation,
-        [] { return hushmeadows::SettingsStore(hushmeadows::SettingsStore::sharedFileURL()).load(); },
-        [folders](const hushmeadows::HushmeadowsSettings& settings) {
-            return hushmeadows::chooseWorld(settings, folders, hushmeadows::SaverProcess::shared().media);
-        },
-        infoText(@"CFBundleShortVersionString"),
-        infoText(@"CFBundleVersion"),
-        [] { return static_cast<std::uint32_t>(std::random_device{}()); },
-        [] { return std::chrono::system_clock::now(); },
-        hushmeadows::Calendar::current(),
+        .mainLoop = process.mainLoop,
+        .distributedCenter = process.center,
+        .session = process.session,
+        .audio = process.audio,
+        .scenes = *_scenes,
+        .activation = process.activation,
+        .loadSettings = [] { return hushmeadows::SettingsStore(hushmeadows::SettingsStore::sharedFileURL()).load(); },
+        .chooseWorld =
+            [folders](const hushmeadows::HushmeadowsSettings& settings) {
+                return hushmeadows::chooseWorld(settings, folders, hushmeadows::SaverProcess::shared().media);
+            },
+        .shortVersion = infoText(@"CFBundleShortVersionString"),
+        .buildVersion = infoText(@"CFBundleVersion"),
+        .randomNumber = [] { return static_cast<std::uint32_t>(std::random_device{}()); },
+        .now = [] { return std::chrono::system_clock::now(); },
+        .calendar = hushmeadows::Calendar::current(),
     });
     _core = std::make_unique<hushmeadows::HushmeadowsScreenSaverView>(*_host, *_services);
     // Each view hears the engine's will-stop itself and passes it to its core.

@@ -1,6 +1,8 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 
 #include "Platforms/Linux/FFmpegInput.h"
+#include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Runtime/ImageHeader.h"
 
 extern "C" {
 #include <libavutil/imgutils.h>
@@ -8,13 +10,28 @@ extern "C" {
 
 namespace hushmeadows {
 
+namespace {
+
+// The size PNG and JPEG state in their first bytes, without FFmpeg (which
+// decodes a whole picture to learn it); nothing when the file is not a
+// regular one or its header does not say.
+std::optional<PixelSize> statedSize(const std::filesystem::path& file)
+{
+    auto ends = PosixFileAccess::ends(file, 64 * 1024, 12);
+    return ends ? imageHeaderSize(ends->head, ends->tail) : std::nullopt;
+}
+
+} // namespace
+
 std::optional<PixelSize> FFmpegImageDecoder::pixelSize(const std::filesystem::path& file) const
 {
+    if (auto stated = statedSize(file))
+        return stated;
     auto input = FFmpegInput::open(file, MediaKind::image);
     if (!input)
         return std::nullopt;
     AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0)
+    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0 || !avcodec_find_decoder(stream->codecpar->codec_id))
         return std::nullopt;
     return PixelSize{stream->codecpar->width, stream->codecpar->height};
 }
@@ -25,13 +42,16 @@ std::optional<Image> FFmpegImageDecoder::decode(const std::filesystem::path& fil
     if (!input)
         return std::nullopt;
     AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream)
+    // Judged on the header, before any pixel is decoded; and again on the
+    // frame, whose size a lying header does not bind.
+    auto tooLarge = [](int width, int height) { return PixelSize{width, height}.decodedBytes() > maximumDecodedImageBytes; };
+    if (!stream || tooLarge(stream->codecpar->width, stream->codecpar->height))
         return std::nullopt;
     auto decoder = FFmpegInput::openDecoder(*stream);
     if (!decoder)
         return std::nullopt;
     FramePtr frame = makeFrame();
-    if (input->decodeNext(**decoder, *stream, *frame) != 0 || frame->width <= 0 || frame->height <= 0)
+    if (input->decodeNext(**decoder, *stream, *frame) != 0 || frame->width <= 0 || frame->height <= 0 || tooLarge(frame->width, frame->height))
         return std::nullopt;
 
     AVPixelFormat target = format == PixelFormat::rgba8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_BGRA;

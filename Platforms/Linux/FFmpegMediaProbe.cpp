@@ -1,7 +1,10 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 
 #include "Platforms/Linux/FFmpegBGRAConverter.h"
+#include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
+#include "Platforms/Linux/FlacStreamInfo.h"
+#include "Platforms/Posix/PosixFileAccess.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -58,20 +61,16 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
 
 std::optional<PixelSize> FFmpegMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
-    auto input = FFmpegInput::open(file, MediaKind::image);
-    if (!input)
-        return std::nullopt;
-    const AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream)
-        return std::nullopt;
-    const AVCodecParameters& parameters = *stream->codecpar;
-    if (parameters.width <= 0 || parameters.height <= 0 || !avcodec_find_decoder(parameters.codec_id))
-        return std::nullopt;
-    return PixelSize{parameters.width, parameters.height};
+    return FFmpegImageDecoder().pixelSize(file);
 }
 
 std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
+    // FLAC states its format and exact length up front: no decoder needed.
+    auto ends = PosixFileAccess::ends(file, 42, 0);
+    if (auto flac = ends ? FlacStreamInfo::parse(ends->head) : std::nullopt; flac && flac->sampleRate <= 768'000)
+        return AudioFileInfo{.sampleRate = flac->sampleRate, .channelCount = flac->channelCount, .lengthFrames = flac->lengthFrames};
+
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)
         return std::unexpected(input.error());
@@ -81,6 +80,10 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const 
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.sample_rate <= 0 || parameters.ch_layout.nb_channels <= 0)
         return std::unexpected(std::string("the audio format is unknown"));
+    // Beyond what any audio device or resampler setting here is made for: a
+    // header claiming it is damaged or hostile.
+    if (parameters.sample_rate > 768'000 || parameters.ch_layout.nb_channels > 32)
+        return std::unexpected(std::string("the audio format is out of range"));
     if (!avcodec_find_decoder(parameters.codec_id))
         return std::unexpected(std::string("no decoder for the audio codec"));
 
@@ -115,6 +118,9 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
         return failure(VideoProbeFailure::notPlayable);
     if (!(input->durationSeconds(*stream) > 0))
         return failure(VideoProbeFailure::zeroDuration);
+    // A frame too large to hold is refused before any is decoded.
+    if (PixelSize{stream->codecpar->width, stream->codecpar->height}.decodedBytes() > maximumDecodedImageBytes)
+        return failure(VideoProbeFailure::unsupportedFormat);
 
     auto decoder = FFmpegInput::makeDecoder(*stream);
     if (!decoder)

@@ -24,7 +24,7 @@ namespace hushmeadows {
 class PosterStore {
 public:
     static constexpr std::int64_t largePixelCount = 1'000'000;
-    static constexpr std::size_t memoryLimit = 75'497'472; // 72 MiB
+    static constexpr std::size_t memoryLimit = maximumDecodedImageBytes; // 72 MiB
     static constexpr const char* queueLabel = "app.hushmeadows.posters";
     static constexpr std::int64_t stripDepth = 3;
 

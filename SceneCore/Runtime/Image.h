@@ -10,7 +10,18 @@ struct PixelSize {
     int width = 0;
     int height = 0;
     bool operator==(const PixelSize&) const = default;
+
+    // The bytes the picture takes decoded at four bytes a pixel.
+    std::uint64_t decodedBytes() const
+    {
+        return width <= 0 || height <= 0 ? 0 : static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) * 4;
+    }
 };
+
+// No picture or video frame larger than this is ever decoded: it is the whole
+// poster cache (72 MiB), so a larger poster could never be kept, and a small
+// file that claims a huge size must not be allowed to exhaust memory.
+inline constexpr std::uint64_t maximumDecodedImageBytes = 75'497'472;
 
 enum class PixelFormat {
     rgba8, // bytes red, green, blue, alpha

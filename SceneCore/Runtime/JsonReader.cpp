@@ -2,8 +2,42 @@
 
 namespace hushmeadows {
 
+namespace {
+
+// Whether arrays and objects nest deeper than the limit anywhere in the text,
+// counted outside strings; malformed text is left for the parser to refuse.
+bool nestsTooDeep(std::string_view text)
+{
+    std::size_t depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > maximumJsonDepth)
+                return true;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 Json parseJson(std::string_view text)
 {
+    // The parser takes a NUL byte for the end of the text: anything after one
+    // would be ignored rather than refused. Deep nesting would exhaust the
+    // stack in code that walks the value recursively.
+    if (text.find('\0') != std::string_view::npos || nestsTooDeep(text))
+        throw DecodingError(DecodingError::Kind::dataCorrupted, {}, "The given data was not valid JSON.");
     try {
         return Json::parse(text.begin(), text.end());
     } catch (const Json::exception& error) {

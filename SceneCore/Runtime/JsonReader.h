@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -18,8 +19,11 @@ namespace hushmeadows {
 
 using Json = nlohmann::json;
 
-// Parses JSON text; malformed text (or invalid UTF-8) is a dataCorrupted error
-// with an empty coding path.
+// Arrays and objects nested deeper than this are refused as malformed.
+inline constexpr std::size_t maximumJsonDepth = 64;
+
+// Parses JSON text; malformed text (or invalid UTF-8, a NUL byte, nesting
+// beyond maximumJsonDepth) is a dataCorrupted error with an empty coding path.
 Json parseJson(std::string_view text);
 
 // Reads one JSON object by key with strict or tolerant rules, keeping the
@@ -87,6 +91,21 @@ double number(const Json& value, const std::vector<std::string>& path);
 std::int64_t integer(const Json& value, const std::vector<std::string>& path);
 std::vector<std::string> stringArray(const Json& value, const std::vector<std::string>& path);
 std::map<std::string, std::string> stringMap(const Json& value, const std::vector<std::string>& path);
+
+// A decoder of text that must name one case of an enumeration, given that
+// enumeration's parser (text to optional case). Every enumeration read from
+// JSON goes through here.
+template <typename Parse>
+auto enumeration(Parse parse)
+{
+    return [parse](const Json& value, const std::vector<std::string>& path) {
+        auto text = string(value, path);
+        auto decoded = parse(text);
+        if (!decoded)
+            corrupted(path, "Cannot initialize from invalid String value " + text);
+        return *decoded;
+    };
+}
 
 // An array whose elements are decoded by `element`, with "Index N" in the path.
 template <typename T, typename Decode>

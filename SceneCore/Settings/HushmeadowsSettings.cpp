@@ -39,39 +39,6 @@ constexpr EnumNames<TimeOfDay::Value, 3> timeOfDayNames{{{
     {TimeOfDay::night, "night"},
 }}};
 
-[[noreturn]] void invalidCase(const Path& path, const std::string& text)
-{
-    json::corrupted(path, "Cannot initialize from invalid String value " + text);
-}
-
-template <typename E>
-E decodeCase(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = fromRawValue<E>(text);
-    if (!decoded)
-        invalidCase(path, text);
-    return *decoded;
-}
-
-TimeOfDay decodeTimeOfDay(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = TimeOfDay::fromRawValue(text);
-    if (!decoded)
-        invalidCase(path, text);
-    return *decoded;
-}
-
-MusicStyle decodeMusicStyle(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = MusicStyle::fromRawValue(text);
-    if (!decoded)
-        invalidCase(path, text);
-    return *decoded;
-}
-
 double decodeVolume(const Json& value, const Path& path)
 {
     return HushmeadowsSettings::clampedVolume(json::number(value, path));
@@ -293,21 +260,21 @@ HushmeadowsSettings HushmeadowsSettings::fromJson(const Json& value)
     s.screenSaverAudioEnabled = reader.tolerant<bool>("screenSaverAudioEnabled", json::boolean).value_or(d.screenSaverAudioEnabled);
     s.screenSaverAllDisplays = reader.tolerant<bool>("screenSaverAllDisplays", json::boolean).value_or(d.screenSaverAllDisplays);
     s.screenSaverChosen = reader.tolerant<bool>("screenSaverChosen", json::boolean);
-    s.launchBehavior = reader.tolerant<LaunchBehavior>("launchBehavior", decodeCase<LaunchBehavior>).value_or(d.launchBehavior);
+    s.launchBehavior = reader.tolerant<LaunchBehavior>("launchBehavior", json::enumeration(fromRawValue<LaunchBehavior>)).value_or(d.launchBehavior);
     s.pixelPerfectScaling = reader.tolerant<bool>("pixelPerfectScaling", json::boolean).value_or(d.pixelPerfectScaling);
-    s.framing = reader.tolerant<Framing>("framing", decodeCase<Framing>).value_or(d.framing);
+    s.framing = reader.tolerant<Framing>("framing", json::enumeration(fromRawValue<Framing>)).value_or(d.framing);
     s.showsMenuBarExtra = reader.tolerant<bool>("showsMenuBarExtra", json::boolean).value_or(d.showsMenuBarExtra);
     s.selectedWorldID = reader.tolerant<std::string>("selectedWorldID", json::string);
     s.worldMixes = reader.tolerant<std::map<std::string, WorldMix>>("worldMixes", decodeWorldMixes).value_or(d.worldMixes);
     s.favouriteWorldIDs = reader.tolerant<std::vector<std::string>>("favouriteWorldIDs", decodeIdentifiers).value_or(d.favouriteWorldIDs);
-    s.timeOfDay = reader.tolerant<TimeOfDay>("timeOfDay", decodeTimeOfDay).value_or(d.timeOfDay);
-    s.sleepTimer = reader.tolerant<SleepTimer>("sleepTimer", decodeCase<SleepTimer>).value_or(d.sleepTimer);
+    s.timeOfDay = reader.tolerant<TimeOfDay>("timeOfDay", json::enumeration(TimeOfDay::fromRawValue)).value_or(d.timeOfDay);
+    s.sleepTimer = reader.tolerant<SleepTimer>("sleepTimer", json::enumeration(fromRawValue<SleepTimer>)).value_or(d.sleepTimer);
     s.welcomeSeen = reader.tolerant<bool>("welcomeSeen", json::boolean).value_or(d.welcomeSeen);
     s.longAmbientSessions = reader.tolerant<std::int64_t>("longAmbientSessions", json::integer).value_or(d.longAmbientSessions);
     s.reviewRequested = reader.tolerant<bool>("reviewRequested", json::boolean).value_or(d.reviewRequested);
-    s.libraryTab = reader.tolerant<LibraryTab>("libraryTab", decodeCase<LibraryTab>);
-    s.musicStyle = reader.tolerant<MusicStyle>("musicStyle", decodeMusicStyle);
-    s.musicStyleDefault = reader.tolerant<MusicStyle>("musicStyleDefault", decodeMusicStyle).value_or(d.musicStyleDefault);
+    s.libraryTab = reader.tolerant<LibraryTab>("libraryTab", json::enumeration(fromRawValue<LibraryTab>));
+    s.musicStyle = reader.tolerant<MusicStyle>("musicStyle", json::enumeration(MusicStyle::fromRawValue));
+    s.musicStyleDefault = reader.tolerant<MusicStyle>("musicStyleDefault", json::enumeration(MusicStyle::fromRawValue)).value_or(d.musicStyleDefault);
     return s.normalized();
 }
 
@@ -346,6 +313,33 @@ OrderedJson HushmeadowsSettings::toJson() const
     out["musicStyle"] = orNull(s.musicStyle, [](MusicStyle style) { return text(style.rawValue()); });
     out["musicStyleDefault"] = text(s.musicStyleDefault.rawValue());
     return out;
+}
+
+std::vector<std::string_view> HushmeadowsSettings::allowedNames(std::string_view key)
+{
+    auto names = [](const auto& table) {
+        std::vector<std::string_view> result;
+        for (const auto& entry : table.entries)
+            result.push_back(entry.second);
+        return result;
+    };
+    if (key == "framing")
+        return names(framingNames);
+    if (key == "launchBehavior")
+        return names(launchBehaviorNames);
+    if (key == "sleepTimer")
+        return names(sleepTimerNames);
+    if (key == "libraryTab")
+        return names(libraryTabNames);
+    if (key == "timeOfDay")
+        return names(timeOfDayNames);
+    if (key == "musicStyle" || key == "musicStyleDefault") {
+        std::vector<std::string_view> result;
+        for (auto style : MusicStyle::allCases)
+            result.push_back(MusicStyle(style).rawValue());
+        return result;
+    }
+    return {};
 }
 
 std::string HushmeadowsSettings::encode() const

@@ -168,6 +168,10 @@ struct HushmeadowsSettings {
     static HushmeadowsSettings decode(std::string_view json);
     static HushmeadowsSettings fromJson(const nlohmann::json& value);
 
+    // The texts a key that holds an enumeration accepts, in case order; empty
+    // for every other key.
+    static std::vector<std::string_view> allowedNames(std::string_view key);
+
     // Encoding: every key, in declaration order, pretty printed; an absent
     // optional is written as null (decoding reads null as absent), so the
     // file always shows every setting. What is written is normalized().

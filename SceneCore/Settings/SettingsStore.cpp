@@ -1,6 +1,7 @@
 #include "SceneCore/Settings/SettingsStore.h"
 
 #include "SceneCore/Runtime/DecodingError.h"
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Settings/AppDataFolder.h"
 #include "SceneCore/Settings/SharedFolder.h"
@@ -24,29 +25,17 @@ std::error_code lastStreamError()
     return code != 0 ? std::error_code(code, std::generic_category()) : std::make_error_code(std::errc::io_error);
 }
 
-// At most `limit` + 1 bytes: enough to notice a file that grew past the limit
-// after its size was read.
-std::optional<std::string> readAtMost(const fs::path& url, std::uintmax_t limit)
-{
-    std::ifstream in(url, std::ios::binary);
-    if (!in)
-        return std::nullopt;
-    std::string data;
-    data.resize(static_cast<std::size_t>(limit) + 1);
-    in.read(data.data(), static_cast<std::streamsize>(data.size()));
-    if (in.bad())
-        return std::nullopt;
-    data.resize(static_cast<std::size_t>(in.gcount()));
-    return data;
-}
-
 fs::path setAsideCandidate(const fs::path& url, const std::string& stamp, int attempt)
 {
     auto stem = url.filename();
     stem.replace_extension();
     std::string name = stem.string() + ".unreadable-" + stamp;
-    if (attempt > 1)
-        name += "-" + std::to_string(attempt);
+    // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict) on
+    // a literal prepended to a temporary string.
+    if (attempt > 1) {
+        name += '-';
+        name += std::to_string(attempt);
+    }
     name += ".json";
     return url.parent_path() / name;
 }
@@ -81,7 +70,11 @@ std::string temporaryName(const fs::path& url)
     std::random_device device;
     char suffix[40];
     std::snprintf(suffix, sizeof suffix, "%08x%04llx", device(), static_cast<unsigned long long>(counter++ & 0xFFFF));
-    return "." + url.filename().string() + ".tmp-" + suffix;
+    std::string name(1, '.');
+    name += url.filename().string();
+    name += ".tmp-";
+    name += suffix;
+    return name;
 }
 
 } // namespace
@@ -104,31 +97,62 @@ fs::path SettingsStore::defaultFileURL(const Environment& environment)
 
 HushmeadowsSettings SettingsStore::load()
 {
+    // Only a moment's wait: a writer holds the lock for milliseconds, and the
+    // file is replaced atomically, so reading without it is still whole.
+    auto held = FileAccess::current()->lock(lockFileURL(), std::chrono::milliseconds(100));
     std::lock_guard guard(lock_);
+    return loadLocked();
+}
 
-    std::error_code error;
-    if (!fs::exists(fileURL_, error))
-        return HushmeadowsSettings::defaultSettings();
-
-    auto size = fs::file_size(fileURL_, error);
-    if (error || size > maximumFileSize) {
-        setAsideLocked();
+HushmeadowsSettings SettingsStore::loadLocked()
+{
+    lastSetAside_.reset();
+    auto data = readSmallFile(fileURL_, maximumFileSize);
+    if (!data) {
+        // Only a regular file that is ours to judge is ever moved; a folder,
+        // device or pipe at this path is left where it is.
+        auto failure = *data.failure;
+        if (failure == FileAccess::ReadFailure::tooLarge)
+            setAsideLocked("larger than 1 MB");
+        else if (failure != FileAccess::ReadFailure::missing)
+            Log::settings.error("Settings file unusable, using defaults: %{private}s", std::string(FileAccess::describe(failure)));
         return HushmeadowsSettings::defaultSettings();
     }
-
-    auto data = readAtMost(fileURL_, maximumFileSize);
-    if (!data || data->size() > maximumFileSize) {
-        setAsideLocked();
-        return HushmeadowsSettings::defaultSettings();
-    }
-
     try {
-        return HushmeadowsSettings::decode(*data);
+        return HushmeadowsSettings::decode(data.text);
     } catch (const DecodingError& decodingError) {
         Log::settings.error("Settings file unreadable, using defaults: %{private}s", std::string(decodingError.what()));
-        setAsideLocked();
+        setAsideLocked("not valid settings JSON");
         return HushmeadowsSettings::defaultSettings();
     }
+}
+
+std::expected<HushmeadowsSettings, std::error_code> SettingsStore::update(const Change& change)
+{
+    // The lock file lives beside the settings, so their folder comes first.
+    std::error_code folderError;
+    if (!fileURL_.parent_path().empty())
+        fs::create_directories(fileURL_.parent_path(), folderError);
+    auto held = FileAccess::current()->lock(lockFileURL(), std::chrono::seconds(10));
+    if (!held)
+        return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
+    HushmeadowsSettings changed;
+    {
+        std::lock_guard guard(lock_);
+        auto current = loadLocked();
+        auto result = change(current);
+        if (!result)
+            return std::unexpected(std::make_error_code(std::errc::invalid_argument));
+        changed = std::move(*result);
+    }
+    if (auto saved = save(changed); !saved)
+        return std::unexpected(saved.error());
+    return changed;
+}
+
+std::filesystem::path SettingsStore::lockFileURL() const
+{
+    return fileURL_.parent_path() / (fileURL_.filename().string() + ".lock");
 }
 
 std::expected<void, std::error_code> SettingsStore::save(const HushmeadowsSettings& settings)
@@ -176,13 +200,13 @@ std::expected<void, std::error_code> SettingsStore::save(const HushmeadowsSettin
 std::optional<fs::path> SettingsStore::setAside()
 {
     std::lock_guard guard(lock_);
-    return setAsideLocked();
+    return setAsideLocked("set aside on request");
 }
 
-std::optional<fs::path> SettingsStore::setAsideLocked()
+std::optional<fs::path> SettingsStore::setAsideLocked(std::string_view reason)
 {
     std::error_code error;
-    if (!fs::exists(fs::symlink_status(fileURL_, error)))
+    if (!fs::is_regular_file(fs::symlink_status(fileURL_, error)))
         return std::nullopt;
 
     auto stamp = setAsideStamp(clock_());
@@ -190,8 +214,10 @@ std::optional<fs::path> SettingsStore::setAsideLocked()
     for (int attempt = 1; attempt <= attempts; ++attempt) {
         auto target = setAsideCandidate(fileURL_, stamp, attempt);
         error = moveWithoutReplacing(fileURL_, target);
-        if (!error)
+        if (!error) {
+            lastSetAside_ = SetAside{.reason = std::string(reason), .movedTo = target};
             return target;
+        }
         if (error != std::errc::file_exists)
             break;
     }

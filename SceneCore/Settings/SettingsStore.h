@@ -47,9 +47,10 @@ public:
     // The application-data folder's Settings.json.
     static std::filesystem::path defaultFileURL(const Environment& environment = Environment::current());
 
-    // Missing file: the defaults, silently. Size unknown or above
-    // maximumFileSize, or unreadable: set aside, defaults. Not decodable:
-    // logged on "settings" at error level, set aside, defaults.
+    // Missing file: the defaults, silently. A regular file above
+    // maximumFileSize or not decodable: logged on "settings" at error level,
+    // set aside, defaults. Anything else at the path (a folder, a device, an
+    // unreadable file) is left in place: logged, defaults.
     HushmeadowsSettings load();
 
     // Writes the record (pretty printed, keys in field order) atomically: into
@@ -66,6 +67,20 @@ public:
     // the move failed (logged; the file then stays where it was).
     std::optional<std::filesystem::path> setAside();
 
+    // Loads, applies `change` and saves while holding the lock beside the
+    // file ("Settings.json.lock"), so that processes changing different keys
+    // at once never lose each other's change. A change that refuses (nothing)
+    // fails with invalid_argument and saves nothing.
+    using Change = std::function<std::optional<HushmeadowsSettings>(const HushmeadowsSettings&)>;
+    std::expected<HushmeadowsSettings, std::error_code> update(const Change& change);
+
+    // What the last load() moved out of the way, for telling a person.
+    struct SetAside {
+        std::string reason;
+        std::filesystem::path movedTo;
+    };
+    const std::optional<SetAside>& lastSetAside() const { return lastSetAside_; }
+
     // Called after every successful save with the record saved.
     void onDidSave(SaveHandler handler);
 
@@ -73,12 +88,15 @@ public:
     static std::string setAsideStamp(std::chrono::system_clock::time_point moment);
 
 private:
-    std::optional<std::filesystem::path> setAsideLocked();
+    HushmeadowsSettings loadLocked();
+    std::optional<std::filesystem::path> setAsideLocked(std::string_view reason);
+    std::filesystem::path lockFileURL() const;
 
     std::filesystem::path fileURL_;
     Clock clock_;
     std::mutex lock_;
     SaveHandler didSaveHandler_;
+    std::optional<SetAside> lastSetAside_;
 };
 
 } // namespace hushmeadows

@@ -16,9 +16,7 @@ std::expected<FloatWavWriter, std::string> FloatWavWriter::create(const std::fil
 {
     if (sampleRate <= 0 || channels <= 0)
         return std::unexpected(std::string("a WAV needs a positive rate and channel count"));
-    std::error_code error;
-    if (file.has_parent_path())
-        std::filesystem::create_directories(file.parent_path(), error);
+    // The folder must exist: a folder the user did not ask for is never made.
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     if (!stream)
         return std::unexpected("cannot write " + file.string());

@@ -1,50 +1,15 @@
 #include "SceneCore/Sound/StudioMusic.h"
 
 #include "SceneCore/Runtime/JsonReader.h"
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/PathContainment.h"
 
-#include <fstream>
 #include <mutex>
-#include <sstream>
 
 namespace hushmeadows {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-fs::path resolved(const fs::path& path)
-{
-    std::error_code error;
-    auto result = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : result;
-}
-
-bool isInside(const fs::path& candidate, const fs::path& folder)
-{
-    std::string prefix = folder.string();
-    if (prefix.empty() || prefix.back() != '/')
-        prefix.push_back('/');
-    return candidate.string().starts_with(prefix);
-}
-
-std::optional<std::string> readLimited(const fs::path& file)
-{
-    std::error_code error;
-    if (!fs::is_regular_file(file, error))
-        return std::nullopt;
-    auto size = fs::file_size(file, error);
-    if (error || size > StudioMusic::manifestSizeLimit)
-        return std::nullopt;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        return std::nullopt;
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
-} // namespace
 
 fs::path StudioMusic::overlayRoot(const fs::path& worldsDirectory)
 {
@@ -63,11 +28,11 @@ std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const f
     if (!fs::exists(manifestURL, error))
         return std::nullopt;
 
-    auto text = readLimited(manifestURL);
+    auto text = readSmallFile(manifestURL, manifestSizeLimit);
     std::optional<Manifest> manifest;
     if (text) {
         try {
-            manifest = Manifest::decode(*text);
+            manifest = Manifest::decode(text.text);
         } catch (const DecodingError&) {
         }
     }
@@ -80,9 +45,9 @@ std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const f
         return std::nullopt;
     }
 
-    fs::path resolvedRoot = resolved(root);
-    fs::path resolvedFolder = resolved(folder);
-    if (!isInside(resolvedFolder, resolvedRoot)) {
+    fs::path resolvedRoot = resolvedPath(root);
+    fs::path resolvedFolder = resolvedPath(folder);
+    if (!isPathInside(resolvedFolder, resolvedRoot)) {
         Log::audio.error("Studio music for %{public}s: its folder links outside the overlay; using Classic", worldID);
         return std::nullopt;
     }
@@ -91,9 +56,9 @@ std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const f
     studio.worldID = worldID;
     studio.folderURL = folder;
     for (const auto& [key, track] : manifest->tracks) {
-        fs::path file = resolved(folder / track.file);
+        fs::path file = resolvedPath(folder / track.file);
         std::optional<AudioFileInfo> info;
-        if (isInside(file, resolvedFolder) && fs::is_regular_file(file, error)) {
+        if (isPathInside(file, resolvedFolder) && fs::is_regular_file(file, error)) {
             auto opened = media.audioFileInfo(file);
             if (opened)
                 info = *opened;

@@ -1,10 +1,9 @@
 #include "SceneCore/Worlds/WorldCatalog.h"
 
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/JsonReader.h"
 #include "SceneCore/Runtime/Log.h"
 
-#include <fstream>
-#include <sstream>
 
 namespace hushmeadows {
 
@@ -106,19 +105,15 @@ Json WorldCatalog::toJson() const
 std::optional<WorldCatalog> WorldCatalog::load(const std::filesystem::path& worldsFolder)
 {
     auto file = worldsFolder / fileName;
-    std::error_code error;
-    if (!std::filesystem::exists(file, error))
+    auto text = readSmallFile(file, maximumFileSize);
+    if (text.failure == FileAccess::ReadFailure::missing)
         return std::nullopt;
-    auto size = std::filesystem::is_regular_file(file, error) ? std::filesystem::file_size(file, error) : 0;
-    if (error || size > maximumFileSize) {
+    if (!text) {
         Log::worlds.error("Catalog in %{public}s is unreadable or larger than 1 MB", worldsFolder.string());
         return std::nullopt;
     }
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
     try {
-        return decode(text.str());
+        return decode(text.text);
     } catch (const DecodingError& decodingError) {
         Log::worlds.error("Catalog in %{public}s is unreadable: %{private}s", worldsFolder.string(), decodingError.debugDescription());
         return std::nullopt;

@@ -1,6 +1,7 @@
 #include "SceneCore/Worlds/WorldLibrary.h"
 
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/MediaProbeCache.h"
 
 #include <algorithm>
 #include <set>
@@ -22,7 +23,7 @@ std::vector<fs::path> WorldLibrary::packageEntries(const fs::path& folder)
     if (error)
         return entries;
     for (const auto& entry : it) {
-        if (entry.path().extension() == "." + std::string(WorldPackage::fileExtension))
+        if (WorldPackage::hasPackageExtension(entry.path()))
             entries.push_back(entry.path());
     }
     std::sort(entries.begin(), entries.end(), [](const fs::path& a, const fs::path& b) {
@@ -31,8 +32,10 @@ std::vector<fs::path> WorldLibrary::packageEntries(const fs::path& folder)
     return entries;
 }
 
-WorldLibrary WorldLibrary::searching(const std::vector<fs::path>& folders, const MediaProbe& media)
+WorldLibrary WorldLibrary::searching(const std::vector<fs::path>& folders, const MediaProbe& probe)
 {
+    // One scan probes each file once, however many packages link to it.
+    MediaProbeCache media(probe);
     WorldLibrary library;
     std::set<std::string> seen;
     for (const auto& folder : folders) {

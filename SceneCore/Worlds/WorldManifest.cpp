@@ -19,34 +19,6 @@ constexpr EnumNames<WorldKind, 2> kindNames{{{
     {WorldKind::voxel, "voxel"},
 }}};
 
-template <typename E>
-E decodeRaw(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = fromRawValue<E>(text);
-    if (!decoded)
-        json::corrupted(path, "Cannot initialize from invalid String value " + text);
-    return *decoded;
-}
-
-MusicStyle decodeMusicStyle(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = MusicStyle::fromRawValue(text);
-    if (!decoded)
-        json::corrupted(path, "Cannot initialize MusicStyle from invalid String value " + text);
-    return *decoded;
-}
-
-DayPhase decodeDayPhase(const Json& value, const Path& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = DayPhase::fromRawValue(text);
-    if (!decoded)
-        json::corrupted(path, "Cannot initialize DayPhase from invalid String value " + text);
-    return *decoded;
-}
-
 UnitPoint decodeUnitPoint(const Json& value, const Path& path)
 {
     JsonReader reader(value, path);
@@ -118,7 +90,7 @@ WorldManifest::Visual decodeVisual(const Json& value, const Path& path)
     visual.file = reader.required<std::string>("file", json::string);
     visual.poster = reader.optional<std::string>("poster", json::string);
     visual.pixelArt = reader.optional<bool>("pixelArt", json::boolean).value_or(true);
-    visual.scaling = reader.optional<WorldManifest::Scaling>("scaling", decodeRaw<WorldManifest::Scaling>).value_or(WorldManifest::Scaling::aspectFill);
+    visual.scaling = reader.optional<WorldManifest::Scaling>("scaling", json::enumeration(fromRawValue<WorldManifest::Scaling>)).value_or(WorldManifest::Scaling::aspectFill);
     visual.focus = reader.optional<UnitPoint>("focus", decodeUnitPoint).value_or(UnitPoint::center);
     visual.safeArea = reader.optional<UnitSize>("safeArea", decodeUnitSize).value_or(UnitSize{0.8, 0.8});
     visual.variations = reader.tolerant<std::vector<std::string>>("variations", json::stringArray).value_or(std::vector<std::string>{});
@@ -133,7 +105,7 @@ WorldManifest::Track decodeTrack(const Json& value, const Path& path)
     WorldManifest::Track track;
     track.file = reader.required<std::string>("file", json::string);
     track.defaultVolume = reader.required<double>("defaultVolume", json::number);
-    track.style = reader.tolerant<MusicStyle>("style", decodeMusicStyle);
+    track.style = reader.tolerant<MusicStyle>("style", json::enumeration(MusicStyle::fromRawValue));
     return track;
 }
 
@@ -224,9 +196,9 @@ WorldManifest WorldManifest::fromJson(const Json& value)
     manifest.visual = reader.required<Visual>("visual", manifest_json::decodeVisual);
     manifest.audio = reader.optional<Audio>("audio", manifest_json::decodeAudio).value_or(Audio{});
     manifest.theme = reader.tolerant<WorldTheme>("theme", decodeTheme);
-    manifest.timeOfDay = reader.tolerant<DayPhase>("timeOfDay", decodeDayPhase);
+    manifest.timeOfDay = reader.tolerant<DayPhase>("timeOfDay", json::enumeration(DayPhase::fromRawValue));
     manifest.versions = reader.tolerant<std::map<DayPhase, Version>>("versions", decodeVersions).value_or(std::map<DayPhase, Version>{});
-    manifest.kind = reader.tolerant<WorldKind>("kind", decodeRaw<WorldKind>).value_or(WorldKind::pixel);
+    manifest.kind = reader.tolerant<WorldKind>("kind", json::enumeration(fromRawValue<WorldKind>)).value_or(WorldKind::pixel);
     return manifest;
 }
 

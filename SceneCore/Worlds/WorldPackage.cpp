@@ -1,9 +1,11 @@
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/MediaProbeCache.h"
+#include "SceneCore/Runtime/PathContainment.h"
 
 #include <cmath>
-#include <fstream>
 
 namespace hushmeadows {
 
@@ -65,13 +67,6 @@ bool matchesIdPattern(std::string_view id)
 
 bool withinUnit(double v) { return v >= 0 && v <= 1; }
 
-fs::path resolved(const fs::path& path)
-{
-    std::error_code error;
-    auto result = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : result;
-}
-
 std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track& track, const std::string& field, const fs::path& root, const MediaProbe& media)
 {
     if (!withinUnit(track.defaultVolume))
@@ -88,26 +83,6 @@ std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track&
     return {};
 }
 
-// The manifest text, or nothing when its size is unknown, over the limit, or
-// it cannot be read. Never reads more than the limit allows.
-std::optional<std::string> readManifest(const fs::path& file)
-{
-    std::error_code error;
-    if (!fs::is_regular_file(file, error))
-        return std::nullopt;
-    auto size = fs::file_size(file, error);
-    if (error || size > WorldPackage::manifestSizeLimit)
-        return std::nullopt;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        return std::nullopt;
-    std::string text(static_cast<std::size_t>(size), '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(size));
-    if (stream.gcount() != static_cast<std::streamsize>(size))
-        return std::nullopt;
-    return text;
-}
-
 } // namespace
 
 WorldPackage::WorldPackage(fs::path rootURL, WorldManifest manifest, std::vector<std::string> variationFiles)
@@ -115,6 +90,12 @@ WorldPackage::WorldPackage(fs::path rootURL, WorldManifest manifest, std::vector
     , manifest_(std::move(manifest))
     , variationFiles_(std::move(variationFiles))
 {
+}
+
+bool WorldPackage::hasPackageExtension(const fs::path& path)
+{
+    std::string extension = path.extension().string();
+    return extension.size() == fileExtension.size() + 1 && extension.front() == '.' && extension.ends_with(fileExtension);
 }
 
 std::string WorldPackage::describe(const DecodingError& error)
@@ -136,7 +117,8 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
     auto invalid = [&] {
         return std::unexpected(WorldPackageError::invalidValue(std::string(field), std::string(WorldPackageError::relativePathReason)));
     };
-    if (path.empty() || path.front() == '/')
+    // A NUL would cut the path short where the system reads it.
+    if (path.empty() || path.front() == '/' || path.find('\0') != std::string_view::npos)
         return invalid();
     for (std::size_t start = 0; start <= path.size();) {
         auto end = path.find('/', start);
@@ -147,18 +129,14 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
         start = end + 1;
     }
 
-    fs::path candidate = resolved(root / fs::path(std::string(path)));
-    fs::path resolvedRoot = resolved(root);
+    fs::path candidate = resolvedPath(root / fs::path(std::string(path)));
 
     std::error_code error;
     auto status = fs::status(candidate, error);
     if (error || !fs::exists(status) || fs::is_directory(status))
         return std::unexpected(WorldPackageError::missingResource(std::string(field), std::string(path)));
 
-    std::string rootPrefix = resolvedRoot.string();
-    if (rootPrefix.empty() || rootPrefix.back() != '/')
-        rootPrefix.push_back('/');
-    if (!candidate.string().starts_with(rootPrefix))
+    if (!isPathInside(candidate, root))
         return std::unexpected(WorldPackageError::resourceOutsidePackage(std::string(field), std::string(path)));
 
     // Only regular files have a size; anything else (a pipe, a device) is
@@ -192,8 +170,11 @@ std::expected<void, WorldPackageError> WorldPackage::validate(const WorldManifes
         auto poster = requireResource("visual.poster", *visual.poster, root);
         if (!poster)
             return std::unexpected(poster.error());
-        if (!media.imagePixelSize(*poster))
+        auto size = media.imagePixelSize(*poster);
+        if (!size)
             return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::unreadableImageReason)));
+        if (size->decodedBytes() > maximumDecodedImageBytes)
+            return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::oversizedImageReason)));
     }
 
     if (manifest.audio.music) {
@@ -222,8 +203,10 @@ std::vector<std::string> WorldPackage::validVariations(const WorldManifest::Visu
     return valid;
 }
 
-std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaProbe& media)
+std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs::path& url, const MediaProbe& probe)
 {
+    // Versions name the base's poster and sounds again: each file is probed once.
+    MediaProbeCache media(probe);
     std::error_code error;
     if (!fs::is_directory(url, error))
         return std::unexpected(WorldPackageError::notADirectory(url));
@@ -232,13 +215,13 @@ std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs
     if (!fs::exists(manifestURL, error))
         return std::unexpected(WorldPackageError::manifestMissing(url));
 
-    auto text = readManifest(manifestURL);
+    auto text = readSmallFile(manifestURL, manifestSizeLimit);
     if (!text)
         return std::unexpected(WorldPackageError::manifestUnreadable(url, std::string(WorldPackageError::manifestSizeReason)));
 
     WorldManifest manifest;
     try {
-        manifest = WorldManifest::decode(*text);
+        manifest = WorldManifest::decode(text.text);
     } catch (const DecodingError& decodingError) {
         return std::unexpected(WorldPackageError::manifestUnreadable(url, describe(decodingError)));
     } catch (const std::exception& other) {

@@ -22,6 +22,8 @@ namespace hushmeadows {
 class WorldPackage {
 public:
     static constexpr std::string_view fileExtension = "hushmeadow";
+    // Whether the path's name ends in "." + fileExtension (case as written).
+    static bool hasPackageExtension(const std::filesystem::path& path);
     static constexpr std::string_view manifestFileName = "world.json";
     static constexpr std::uintmax_t manifestSizeLimit = 1'048'576;
 

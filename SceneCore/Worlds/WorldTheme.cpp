@@ -15,15 +15,6 @@ constexpr EnumNames<WorldTheme::Appearance, 2> appearanceNames{{{
     {WorldTheme::Appearance::light, "light"},
 }}};
 
-template <typename E, std::size_t N>
-E decodeEnum(const EnumNames<E, N>& names, const Json& value, const std::vector<std::string>& path)
-{
-    auto text = json::string(value, path);
-    auto decoded = names.value(text);
-    if (!decoded)
-        json::corrupted(path, "Cannot initialize from invalid String value " + text);
-    return *decoded;
-}
 } // namespace
 
 template <>
@@ -104,8 +95,8 @@ WorldTheme WorldTheme::fromJson(const Json& value, const std::vector<std::string
 {
     JsonReader reader(value, codingPath);
     WorldTheme theme;
-    theme.style = reader.required<Style>("style", [](const Json& v, const auto& p) { return decodeEnum(styleNames, v, p); });
-    theme.appearance = reader.required<Appearance>("appearance", [](const Json& v, const auto& p) { return decodeEnum(appearanceNames, v, p); });
+    theme.style = reader.required<Style>("style", json::enumeration(fromRawValue<Style>));
+    theme.appearance = reader.required<Appearance>("appearance", json::enumeration(fromRawValue<Appearance>));
     theme.colors = reader.required<std::map<std::string, std::string>>("colors", json::stringMap);
     theme.icons = reader.optional<std::map<std::string, std::string>>("icons", json::stringMap);
     theme.material = reader.optional<std::string>("material", json::string);

@@ -46,17 +46,17 @@ protected:
     testing::LogCapture log;
 
     SaverServices services{
-        loop,
-        center,
-        session,
-        audio,
-        scenes,
-        activation,
-        [this] {
+        .mainLoop = loop,
+        .distributedCenter = center,
+        .session = session,
+        .audio = audio,
+        .scenes = scenes,
+        .activation = activation,
+        .loadSettings = [this] {
             ++settingsLoads;
             return settings;
         },
-        [this](const HushmeadowsSettings& s) {
+        .chooseWorld = [this](const HushmeadowsSettings& s) {
             WorldChoice choice;
             if (worldID) {
                 choice.world = makeWorld(s.selectedWorldID.value_or(*worldID));
@@ -64,11 +64,11 @@ protected:
             }
             return choice;
         },
-        "1.4",
-        "27",
-        [this] { return nextRandom++; },
-        [] { return std::chrono::sys_days{std::chrono::year{2026} / 6 / 1} + std::chrono::hours{12}; },
-        Calendar::fixedOffset(std::chrono::seconds{0}),
+        .shortVersion = "1.4",
+        .buildVersion = "27",
+        .randomNumber = [this] { return nextRandom++; },
+        .now = [] { return std::chrono::sys_days{std::chrono::year{2026} / 6 / 1} + std::chrono::hours{12}; },
+        .calendar = Calendar::fixedOffset(std::chrono::seconds{0}),
     };
 
     void realActivation() { activation.screenSaverDidStart(false); }

@@ -25,7 +25,7 @@ std::chrono::system_clock::time_point pinnedNow()
     return std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + 8h + 15min + 2s + 750ms;
 }
 
-constexpr std::string_view pinnedSetAsideName = "Settings.unreadable-2026-03-01T08-15-02Z.json";
+constexpr std::string_view setAsideName = "Settings.unreadable-2026-03-01T08-15-02Z.json";
 
 std::string contents(const fs::path& file)
 {
@@ -54,78 +54,62 @@ struct SettingsStoreTest : ::testing::Test {
     fs::path file = folder / "Settings.json";
     SettingsStore store{file, pinnedNow};
     LogCapture log;
-
-    std::vector<std::string> settingsLines() const { return log.lines("settings"); }
 };
 
-TEST_F(SettingsStoreTest, MissingFileGivesDefaultsSilently)
+TEST_F(SettingsStoreTest, LoadKeepsOrSetsAsideWhatIsThere)
 {
-    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_TRUE(namesIn(folder.path()).empty());
-    EXPECT_TRUE(log.records().empty());
-}
-
-TEST_F(SettingsStoreTest, EmptyObjectGivesDefaultsAndTheFileStays)
-{
-    testing::writeText(file, "{}");
-    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{"Settings.json"}));
-    EXPECT_EQ(contents(file), "{}");
-    EXPECT_TRUE(log.records().empty());
-}
-
-TEST_F(SettingsStoreTest, UndecodableFileIsLoggedSetAsideAndTheNextLoadIsSilent)
-{
-    for (std::string_view text : {"", "[1, 2]", "{\"musicVolume\": 0.5"}) {
-        SCOPED_TRACE(text);
+    struct Case {
+        std::string name;
+        std::optional<std::string> text; // nothing: no file
+        double musicVolume;               // -1: defaults
+        bool setAside;
+        std::size_t errors;
+    };
+    const Case cases[] = {
+        {"missing", std::nullopt, -1, false, 0},
+        {"empty object", "{}", -1, false, 0},
+        {"empty file", "", -1, true, 1},
+        {"array", "[1, 2]", -1, true, 1},
+        {"cut short", "{\"musicVolume\": 0.5", -1, true, 1},
+        {"NUL then garbage", std::string("{}\0garbage", 10), -1, true, 1},
+        {"deep nesting", "{\"worldMixes\": " + std::string(70'000, '[') + std::string(70'000, ']') + "}", -1, true, 1},
+        {"exactly the limit", paddedSettings(SettingsStore::maximumFileSize), 0.25, false, 0},
+        {"one byte over", paddedSettings(SettingsStore::maximumFileSize + 1), -1, true, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         log.clear();
-        testing::writeText(file, text);
-        EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-
-        auto records = log.records();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].category, "settings");
-        EXPECT_EQ(records[0].level, LogLevel::error);
-        EXPECT_EQ(records[0].format, "Settings file unreadable, using defaults: %{private}s");
-        EXPECT_EQ(records[0].render(false), "Settings file unreadable, using defaults: <private>");
-
-        EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(pinnedSetAsideName)}));
-        EXPECT_EQ(contents(folder / pinnedSetAsideName), text);
-
-        log.clear();
-        EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-        EXPECT_TRUE(log.records().empty());
-        fs::remove(folder / pinnedSetAsideName);
+        if (c.text)
+            testing::writeText(file, *c.text);
+        auto loaded = store.load();
+        EXPECT_EQ(loaded.musicVolume.value_or(-1), c.musicVolume);
+        EXPECT_EQ(log.lines("settings").size(), c.errors);
+        EXPECT_EQ(store.lastSetAside().has_value(), c.setAside);
+        if (c.setAside) {
+            EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(setAsideName)}));
+            EXPECT_EQ(contents(folder / setAsideName), *c.text);
+            log.clear();
+            EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
+            EXPECT_TRUE(log.records().empty());
+        }
+        fs::remove(folder / setAsideName);
+        fs::remove(file);
     }
 }
 
-TEST_F(SettingsStoreTest, SizeLimitIsOneMebibyteInclusive)
+TEST_F(SettingsStoreTest, OnlyARegularFileIsEverMoved)
 {
-    testing::writeText(file, paddedSettings(SettingsStore::maximumFileSize));
-    EXPECT_EQ(store.load().musicVolume, 0.25);
-    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{"Settings.json"}));
-
-    // One byte more: the same valid settings are not read at all.
-    auto tooLarge = paddedSettings(SettingsStore::maximumFileSize + 1);
-    testing::writeText(file, tooLarge);
-    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(pinnedSetAsideName)}));
-    EXPECT_EQ(contents(folder / pinnedSetAsideName), tooLarge);
-    EXPECT_TRUE(settingsLines().empty());
-}
-
-TEST_F(SettingsStoreTest, UnknownSizeIsSetAside)
-{
-    // A folder in the file's place has no file size.
+    // A folder (or device, or pipe) at the path is left where it is.
     fs::create_directories(file / "inner");
     EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_TRUE(fs::is_directory(folder / pinnedSetAsideName / "inner"));
-    EXPECT_FALSE(fs::exists(file));
+    EXPECT_TRUE(fs::is_directory(file / "inner"));
+    EXPECT_FALSE(store.lastSetAside());
+    EXPECT_FALSE(store.setAside());
 }
 
 TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
 {
-    testing::writeText(folder / pinnedSetAsideName, "first");
+    testing::writeText(folder / setAsideName, "first");
     testing::writeText(folder / "Settings.unreadable-2026-03-01T08-15-02Z-2.json", "second");
     testing::writeText(file, "third");
 
@@ -133,38 +117,43 @@ TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
     ASSERT_TRUE(moved);
     EXPECT_EQ(moved->filename(), "Settings.unreadable-2026-03-01T08-15-02Z-3.json");
     EXPECT_EQ(contents(*moved), "third");
-    EXPECT_EQ(contents(folder / pinnedSetAsideName), "first");
+    EXPECT_EQ(contents(folder / setAsideName), "first");
     EXPECT_FALSE(fs::exists(file));
-    EXPECT_FALSE(store.setAside());
 }
 
-TEST_F(SettingsStoreTest, SaveCreatesTheFolderAndRoundTripsEveryField)
+TEST_F(SettingsStoreTest, SaveAndUpdateRoundTripEveryFieldAndAnnounceIt)
 {
     auto settings = HushmeadowsSettings::make(0.25, 0.75, true, true, true, false, LaunchBehavior::enterAmbientMode, false,
                                               Framing::wholeScene, false, "calm-lake",
                                               {{"calm-lake", WorldMix{0.4, std::nullopt}}, {"ä/\"x\"", WorldMix{std::nullopt, 0.9}}},
                                               {"night-rain", "calm-lake"}, TimeOfDay::day, SleepTimer::after60Minutes, true,
                                               -7, true, LibraryTab::pixel, MusicStyle::studio, MusicStyle::classic);
-    SettingsStore nested(folder / "deep" / "er" / "Settings.json");
+    SettingsStore nested(folder / "deep" / "Settings.json");
     std::vector<HushmeadowsSettings> announced;
     nested.onDidSave([&](const HushmeadowsSettings& saved) { announced.push_back(saved); });
-
     ASSERT_TRUE(nested.save(settings).has_value());
     EXPECT_EQ(nested.load(), settings);
-    EXPECT_EQ(announced, std::vector<HushmeadowsSettings>{settings});
 
-    // A second save replaces the file and leaves no temporary file behind.
+    auto updated = nested.update([](HushmeadowsSettings current) -> std::optional<HushmeadowsSettings> {
+        current.toggleFavourite("dune");
+        return current;
+    });
+    ASSERT_TRUE(updated.has_value());
     settings.toggleFavourite("dune");
-    ASSERT_TRUE(nested.save(settings).has_value());
     EXPECT_EQ(nested.load(), settings);
-    EXPECT_EQ(namesIn(folder / "deep" / "er"), (std::set<std::string>{"Settings.json"}));
-    EXPECT_TRUE(settingsLines().empty());
+    EXPECT_EQ(announced, (std::vector<HushmeadowsSettings>{announced.front(), settings}));
+
+    // A refused change saves nothing.
+    auto refused = nested.update([](const HushmeadowsSettings&) { return std::optional<HushmeadowsSettings>(); });
+    EXPECT_EQ(refused.error(), std::errc::invalid_argument);
+    EXPECT_EQ(announced.size(), 2u);
+    EXPECT_FALSE(namesIn(folder / "deep").contains("Settings.unreadable"));
 }
 
 TEST_F(SettingsStoreTest, ReaderNeverSeesHalfASave)
 {
-    // Another process's store on the same file: only the rename can keep a
-    // reader from catching the file half written (which it would set aside).
+    // Another store on the same file: only the rename can keep a reader from
+    // catching the file half written (which it would set aside).
     HushmeadowsSettings quiet;
     quiet.setMusicLevel(0.1);
     HushmeadowsSettings busy = quiet;
@@ -189,28 +178,7 @@ TEST_F(SettingsStoreTest, ReaderNeverSeesHalfASave)
         }
     }
     writer.join();
-    EXPECT_TRUE(settingsLines().empty());
-    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{"Settings.json"}));
-}
-
-TEST_F(SettingsStoreTest, FailedSaveLeavesWhatWasThere)
-{
-    // The rename cannot replace a non-empty folder.
-    fs::create_directories(file / "keep");
-    std::vector<HushmeadowsSettings> announced;
-    store.onDidSave([&](const HushmeadowsSettings& saved) { announced.push_back(saved); });
-    auto result = store.save(HushmeadowsSettings{});
-    ASSERT_FALSE(result.has_value());
-    EXPECT_TRUE(result.error());
-    EXPECT_TRUE(fs::is_directory(file / "keep"));
-    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{"Settings.json"}));
-    EXPECT_TRUE(announced.empty());
-
-    // A file where the folder should be.
-    testing::writeText(folder / "blocker", "x");
-    SettingsStore blocked(folder / "blocker" / "Settings.json");
-    EXPECT_FALSE(blocked.save(HushmeadowsSettings{}).has_value());
-    EXPECT_EQ(contents(folder / "blocker"), "x");
+    EXPECT_TRUE(log.lines("settings").empty());
 }
 
 } // namespace

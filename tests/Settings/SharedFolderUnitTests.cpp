@@ -1,4 +1,3 @@
-#include "SceneCore/Settings/AppDataFolder.h"
 #include "SceneCore/Settings/SettingsStore.h"
 #include "SceneCore/Settings/SharedFolder.h"
 
@@ -56,29 +55,6 @@ TEST(SharedFolder, MacOSUsesTheRealHomeNotTheContainer)
     environment.userDatabaseHome.reset();
     EXPECT_EQ(SharedFolder::url(environment),
               Path("/Users/ada/Library/Containers/app.hushmeadows/Data/Library/Application Support/Hushmeadows"));
-}
-
-TEST(AppDataFolder, ApplicationDataAndShared)
-{
-    auto desktop = linuxUser();
-    EXPECT_EQ(SettingsStore::defaultFileURL(desktop), Path("/tmp/session-home/.local/share/hushmeadows/Settings.json"));
-    desktop.xdgDataHome = "/srv/data";
-    EXPECT_EQ(AppDataFolder::directory(AppDataFolder::Kind::applicationData, desktop), Path("/srv/data/hushmeadows"));
-    EXPECT_EQ(AppDataFolder::directory(AppDataFolder::Kind::shared, desktop), SharedFolder::url(desktop));
-
-    auto mac = sandboxedMacUser();
-    EXPECT_EQ(SettingsStore::defaultFileURL(mac),
-              Path("/Users/ada/Library/Containers/app.hushmeadows/Data/Library/Application Support/Settings.json"));
-}
-
-TEST(Environment, InstalledEnvironmentIsTheDefaultForFolders)
-{
-    auto environment = linuxUser();
-    environment.xdgConfigHome = "/installed";
-    Environment::install(environment);
-    EXPECT_EQ(SettingsStore::sharedFileURL(), Path("/installed/hushmeadows/Settings.json"));
-    Environment::install(std::nullopt);
-    EXPECT_NE(Environment::current(), environment);
 }
 
 } // namespace

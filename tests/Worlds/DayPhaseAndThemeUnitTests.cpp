@@ -15,31 +15,12 @@ system_clock::time_point utc(int hour, int minute, int second = 0)
     return sys_days{year{2026} / 3 / 1} + hours{hour} + minutes{minute} + seconds{second};
 }
 
-TEST(DayPhase, HourBoundaries)
-{
-    auto calendar = Calendar::fixedOffset(seconds{0});
-    EXPECT_EQ(DayPhase::at(utc(6, 59, 59), calendar), DayPhase::night);
-    EXPECT_EQ(DayPhase::at(utc(7, 0), calendar), DayPhase::day);
-    EXPECT_EQ(DayPhase::at(utc(18, 59, 59), calendar), DayPhase::day);
-    EXPECT_EQ(DayPhase::at(utc(19, 0), calendar), DayPhase::night);
-    EXPECT_EQ(DayPhase::at(utc(0, 0), calendar), DayPhase::night);
-}
-
 TEST(DayPhase, TheCalendarsTimeZoneDecides)
 {
     // 06:30 UTC is 08:30 two hours east and 23:30 the evening before seven hours west.
     EXPECT_EQ(DayPhase::at(utc(6, 30), Calendar::fixedOffset(hours{2})), DayPhase::day);
     EXPECT_EQ(DayPhase::at(utc(6, 30), Calendar::fixedOffset(hours{-7})), DayPhase::night);
     EXPECT_EQ(DayPhase::at(utc(12, 0), Calendar::fixedOffset(hours{0})), DayPhase::day);
-}
-
-TEST(DayPhase, RawValuesAreExact)
-{
-    EXPECT_EQ(DayPhase::fromRawValue("night"), DayPhase::night);
-    EXPECT_EQ(DayPhase::fromRawValue("day"), DayPhase::day);
-    EXPECT_FALSE(DayPhase::fromRawValue("Night"));
-    EXPECT_FALSE(DayPhase::fromRawValue("dusk"));
-    EXPECT_EQ(DayPhase(DayPhase::night).rawValue(), "night");
 }
 
 TEST(WorldTheme, HexColourTexts)
@@ -72,15 +53,6 @@ TEST(WorldTheme, DecodingIsStrictInsideTheThemeButTheWorldIgnoresABadOne)
     auto manifest = WorldManifest::decode(R"({"formatVersion":1,"id":"a","name":"A","visual":{"file":"v.mp4"},
         "theme":{"style":"castle","appearance":"dark","colors":{}}})");
     EXPECT_FALSE(manifest.theme);
-}
-
-TEST(WorldTheme, RoleLists)
-{
-    EXPECT_EQ(WorldTheme::roles.size(), 19u);
-    EXPECT_EQ(WorldTheme::roles.front(), "ink");
-    EXPECT_EQ(WorldTheme::roles.back(), "titleLight");
-    EXPECT_EQ(WorldTheme::optionalRoles.size(), 8u);
-    EXPECT_EQ(WorldTheme::optionalRoles.back(), "mutedIcon");
 }
 
 } // namespace

@@ -47,21 +47,6 @@ TEST_F(WorldLibraryTest, ScansByPlainNameOrderAndIgnoresOtherEntries)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(WorldLibraryTest, EarlierFolderWinsADuplicateIdSilently)
-{
-    PackageWriter::writeValid(dir / "user", "lake.hushmeadow", "lake");
-    PackageWriter::writeValid(dir / "system", "lake.hushmeadow", "lake");
-    PackageWriter::writeValid(dir / "system", "aaa-lake-copy.hushmeadow", "lake");
-    PackageWriter::writeValid(dir / "system", "forest.hushmeadow", "forest");
-
-    testing::LogCapture log;
-    auto library = WorldLibrary::searching({dir / "missing", dir / "user", dir / "system"}, media);
-    EXPECT_THAT(ids(library), ElementsAre("lake", "forest"));
-    EXPECT_EQ(library.worlds().front().rootURL(), dir / "user" / "lake.hushmeadow");
-    EXPECT_TRUE(library.failures().empty());
-    EXPECT_TRUE(log.lines().empty());
-}
-
 TEST_F(WorldLibraryTest, FailuresAreRecordedAndLoggedAndTheScanGoesOn)
 {
     auto folder = dir / "worlds";
@@ -90,23 +75,6 @@ TEST_F(WorldLibraryTest, LookupFallsBackToTheFirstWorld)
     EXPECT_EQ(library.world("Bee")->id(), "ay");
     EXPECT_EQ(WorldLibrary().world("bee"), nullptr);
     EXPECT_EQ(WorldLibrary().world(std::nullopt), nullptr);
-}
-
-TEST_F(WorldLibraryTest, BundleWorldsFolder)
-{
-    Bundle noResources;
-    EXPECT_FALSE(WorldLibrary::worldsDirectory(noResources));
-    EXPECT_TRUE(WorldLibrary::bundle(noResources, media).worlds().empty());
-
-    Bundle bundle{dir / "Resources", {}};
-    fs::create_directories(dir / "Resources");
-    EXPECT_EQ(WorldLibrary::worldsDirectory(bundle), dir / "Resources" / "Worlds");
-    auto empty = WorldLibrary::bundle(bundle, media);
-    EXPECT_TRUE(empty.worlds().empty());
-    EXPECT_TRUE(empty.failures().empty());
-
-    PackageWriter::writeValid(dir / "Resources" / "Worlds", "meadow.hushmeadow", "meadow");
-    EXPECT_THAT(ids(WorldLibrary::bundle(bundle, media)), ElementsAre("meadow"));
 }
 
 } // namespace

@@ -1,4 +1,6 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
+#include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
@@ -6,6 +8,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace hushmeadows {
 namespace {
@@ -17,6 +21,9 @@ using ::testing::HasSubstr;
 
 class WorldPackageTest : public ::testing::Test {
 protected:
+    static void SetUpTestSuite() { PosixFileAccess::install(); }
+    static void TearDownTestSuite() { FileAccess::install(nullptr); }
+
     testing::TempDir dir;
     FFmpegMediaProbe media;
 
@@ -33,48 +40,39 @@ protected:
     }
 };
 
+// A manifest is read only when it is a regular file within 1 MB: a pipe is
+// not waited on, a link to a device is not read.
 TEST_F(WorldPackageTest, FolderAndManifestFailures)
-{
-    testing::writeText(dir / "plain.hushmeadow", "not a folder");
-    auto plain = WorldPackage::contentsOf(dir / "plain.hushmeadow", media);
-    ASSERT_FALSE(plain);
-    EXPECT_EQ(plain.error(), WorldPackageError::notADirectory(dir / "plain.hushmeadow"));
-    EXPECT_EQ(plain.error().description(), "plain.hushmeadow is not a world package directory");
-
-    fs::create_directories(dir / "empty.hushmeadow");
-    auto empty = WorldPackage::contentsOf(dir / "empty.hushmeadow", media);
-    ASSERT_FALSE(empty);
-    EXPECT_EQ(empty.error().description(), "No world.json in empty.hushmeadow");
-
-    testing::writeText(dir / "broken.hushmeadow/world.json", "{ not json");
-    auto broken = WorldPackage::contentsOf(dir / "broken.hushmeadow", media);
-    ASSERT_FALSE(broken);
-    EXPECT_EQ(broken.error().description(), "world.json in broken.hushmeadow is invalid: not valid JSON");
-
-    auto noVisual = PackageWriter::minimalManifest("calm");
-    noVisual.erase("visual");
-    EXPECT_EQ(failure(noVisual), "world.json in calm.hushmeadow is invalid: missing key 'visual'");
-
-    // A world.json that is a folder has no size to read.
-    fs::create_directories(dir / "odd.hushmeadow/world.json");
-    auto odd = WorldPackage::contentsOf(dir / "odd.hushmeadow", media);
-    ASSERT_FALSE(odd);
-    EXPECT_EQ(odd.error().reason(), WorldPackageError::manifestSizeReason);
-}
-
-TEST_F(WorldPackageTest, ManifestSizeLimitIsExact)
 {
     std::string text = PackageWriter::minimalManifest("calm").dump();
     auto padded = [&](std::size_t size) { return text + std::string(size - text.size(), ' '); };
-
+    testing::writeText(dir / "plain.hushmeadow", "not a folder");
+    fs::create_directories(dir / "empty.hushmeadow");
+    testing::writeText(dir / "broken.hushmeadow/world.json", "{ not json");
+    testing::writeText(dir / "over.hushmeadow/world.json", padded(1'048'577));
     testing::writeText(dir / "limit.hushmeadow/world.json", padded(1'048'576));
     testing::copyFile(testing::video(), dir / "limit.hushmeadow/loop.mp4");
-    EXPECT_TRUE(WorldPackage::contentsOf(dir / "limit.hushmeadow", media));
+    fs::create_directories(dir / "folder.hushmeadow/world.json");
+    fs::create_directories(dir / "zero.hushmeadow");
+    fs::create_symlink("/dev/zero", dir / "zero.hushmeadow/world.json");
+    fs::create_directories(dir / "pipe.hushmeadow");
+    ASSERT_EQ(::mkfifo((dir / "pipe.hushmeadow/world.json").c_str(), 0600), 0);
 
-    testing::writeText(dir / "over.hushmeadow/world.json", padded(1'048'577));
-    auto over = WorldPackage::contentsOf(dir / "over.hushmeadow", media);
-    ASSERT_FALSE(over);
-    EXPECT_EQ(over.error().description(), "world.json in over.hushmeadow is invalid: world.json is missing, unreadable or larger than 1 MB");
+    const std::string unreadable = ".hushmeadow is invalid: world.json is missing, unreadable or larger than 1 MB";
+    const std::pair<std::string, std::string> cases[] = {
+        {"plain", "plain.hushmeadow is not a world package directory"},
+        {"empty", "No world.json in empty.hushmeadow"},
+        {"broken", "world.json in broken.hushmeadow is invalid: not valid JSON"},
+        {"limit", "loaded"},
+        {"over", "world.json in over" + unreadable},
+        {"folder", "world.json in folder" + unreadable},
+        {"zero", "world.json in zero" + unreadable},
+        {"pipe", "world.json in pipe" + unreadable},
+    };
+    for (const auto& [name, expected] : cases) {
+        auto package = WorldPackage::contentsOf(dir / (name + ".hushmeadow"), media);
+        EXPECT_EQ(package ? std::string("loaded") : package.error().description(), expected) << name;
+    }
 }
 
 TEST_F(WorldPackageTest, ValidationOrderAndMessages)
@@ -168,6 +166,36 @@ TEST_F(WorldPackageTest, MediaChecksOfPosterAndSound)
     EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"wind.flac", testing::audio({.container = "flac"})}}), "loaded");
 }
 
+// Files an archive or another user can place: each is refused at once with
+// its reason, never read without bound, never waited on.
+TEST_F(WorldPackageTest, HostileFilesAreRefusedWithTheirReason)
+{
+    fs::create_directories(dir / "Worlds");
+    ASSERT_EQ(::mkfifo((dir / "Worlds" / WorldCatalog::fileName).c_str(), 0600), 0);
+    EXPECT_FALSE(WorldCatalog::load(dir / "Worlds"));
+    fs::remove(dir / "Worlds" / WorldCatalog::fileName);
+    fs::create_symlink("/dev/zero", dir / "Worlds" / WorldCatalog::fileName);
+    EXPECT_FALSE(WorldCatalog::load(dir / "Worlds"));
+
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["file"] = std::string("loop.mp4\0/../../outside", 24);
+    EXPECT_EQ(failure(m), "Invalid value for visual.file: must be a relative path inside the package");
+
+    // 16000 x 16000 in 31 KB: 1 GB once decoded.
+    testing::TempDir scratch;
+    testing::runCommand("python3 -c " + testing::shellQuoted(R"(
+import struct, zlib
+def chunk(k, d): return struct.pack(">I", len(d)) + k + d + struct.pack(">I", zlib.crc32(k + d))
+z = zlib.compressobj(9); row = bytes(2001)
+idat = b"".join(z.compress(row) for _ in range(16000)) + z.flush()
+open(")" + (scratch / "bomb.png").string() + R"(", "wb").write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 16000, 16000, 1, 0, 0, 0, 0)) + chunk(b"IDAT", idat) + chunk(b"IEND", b""))
+)"));
+    m = PackageWriter::minimalManifest("calm");
+    m["visual"]["poster"] = "poster.png";
+    EXPECT_EQ(failure(m, {{"loop.mp4", testing::video()}, {"poster.png", scratch / "bomb.png"}}),
+              "visual.poster (poster.png) can't be decoded: the picture is too large: over 72 MiB once decoded");
+}
+
 TEST_F(WorldPackageTest, FailingVersionIsDroppedAndLogged)
 {
     testing::LogCapture log;
@@ -180,42 +208,6 @@ TEST_F(WorldPackageTest, FailingVersionIsDroppedAndLogged)
     EXPECT_TRUE(package->phases().empty());
     EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre("Skipping the night version of calm.hushmeadow: Missing resource for visual.file: night.mp4"));
     EXPECT_THAT(log.lines("worlds", false), ::testing::ElementsAre("Skipping the night version of calm.hushmeadow: <private>"));
-}
-
-TEST_F(WorldPackageTest, DayPhaseVersionsOverrideTheBase)
-{
-    auto m = PackageWriter::minimalManifest("calm");
-    m["timeOfDay"] = "day";
-    m["audio"] = {{"music", {{"file", "day.flac"}, {"defaultVolume", 0.5}}}};
-    m["versions"] = {{"night", {{"visual", {{"file", "night.mp4"}, {"variations", {"night-b.mp4", "gone.mp4"}}}}}}};
-    auto package = load(m, {{"loop.mp4", testing::video()}, {"night.mp4", testing::video()}, {"night-b.mp4", testing::video()},
-                            {"day.flac", testing::audio({.container = "flac"})}});
-    ASSERT_TRUE(package);
-    EXPECT_EQ(package->phases(), (std::set<DayPhase>{DayPhase::day, DayPhase::night}));
-
-    EXPECT_EQ(package->version(DayPhase::day), *package);
-    testing::LogCapture log;
-    auto night = package->version(DayPhase::night);
-    EXPECT_EQ(night.visualURL(), package->rootURL() / "night.mp4");
-    EXPECT_EQ(night.musicURL(), package->musicURL());
-    EXPECT_EQ(night.variationFiles(), std::vector<std::string>{"night-b.mp4"});
-    EXPECT_EQ(night.rootURL(), package->rootURL());
-    EXPECT_THAT(log.lines("worlds"), ::testing::ElementsAre("Skipping variation in calm.hushmeadow: Missing resource for visual.variations: gone.mp4"));
-}
-
-TEST_F(WorldPackageTest, SoundOfAnyPhaseCounts)
-{
-    auto m = PackageWriter::minimalManifest("calm");
-    auto silent = load(m);
-    ASSERT_TRUE(silent);
-    EXPECT_FALSE(silent->hasAnySound());
-
-    m["timeOfDay"] = "day";
-    m["versions"] = {{"night", {{"visual", {{"file", "loop.mp4"}}}, {"audio", {{"music", {{"file", "owl.wav"}, {"defaultVolume", 0.3}}}}}}}};
-    auto package = load(m, {{"loop.mp4", testing::video()}, {"owl.wav", testing::audio()}});
-    ASSERT_TRUE(package);
-    EXPECT_FALSE(package->musicURL());
-    EXPECT_TRUE(package->hasAnySound());
 }
 
 TEST_F(WorldPackageTest, VariationsThatFailAreDropped)
@@ -236,43 +228,6 @@ TEST_F(WorldPackageTest, VariationsThatFailAreDropped)
     auto lonely = load(m);
     ASSERT_TRUE(lonely);
     EXPECT_EQ(lonely->videoURLs(), std::vector<fs::path>{lonely->rootURL() / "loop.mp4"});
-}
-
-TEST_F(WorldPackageTest, VerifyMediaReportsWhyAVideoCannotPlay)
-{
-    auto package = load(PackageWriter::minimalManifest("calm"));
-    ASSERT_TRUE(package);
-    EXPECT_TRUE(package->verifyMedia(media));
-
-    testing::TempDir scratch;
-    testing::writeText(scratch / "text.mp4", "no movie here");
-    auto text = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", scratch / "text.mp4"}});
-    ASSERT_TRUE(text);
-    auto verified = text->verifyMedia(media);
-    ASSERT_FALSE(verified);
-    EXPECT_EQ(verified.error().description(), "visual.file (loop.mp4) can't be decoded: not a readable movie");
-
-    auto sound = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", testing::audio({.container = "m4a"})}});
-    ASSERT_TRUE(sound);
-    verified = sound->verifyMedia(media);
-    ASSERT_FALSE(verified);
-    EXPECT_EQ(verified.error().description(), "visual.file (loop.mp4) can't be decoded: no video track");
-}
-
-TEST_F(WorldPackageTest, APlaylistCannotReachFilesOutsideThePackage)
-{
-    // The segment is a real, playable video outside the package: following the
-    // playlist would make the probe succeed.
-    testing::runCommand("ffmpeg -hide_banner -loglevel error -y -i " + testing::shellQuoted(testing::video().string())
-                        + " -c copy -f mpegts " + testing::shellQuoted((dir / "elsewhere.ts").string()));
-    std::string playlist = "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.5,\n" + (dir / "elsewhere.ts").string() + "\n#EXT-X-ENDLIST\n";
-    testing::TempDir scratch;
-    testing::writeText(scratch / "loop.m3u8", playlist);
-    auto package = load(PackageWriter::minimalManifest("calm"), {{"loop.mp4", scratch / "loop.m3u8"}});
-    ASSERT_TRUE(package);
-    auto verified = package->verifyMedia(media);
-    ASSERT_FALSE(verified);
-    EXPECT_THAT(verified.error().description(), HasSubstr("visual.file (loop.mp4) can't be decoded: "));
 }
 
 } // namespace
