@@ -12,7 +12,7 @@
 namespace hushmeadows {
 namespace {
 
-using testing::OfflineGraph;
+using testing::OfflineMixer;
 using testing::StereoSignal;
 
 // At this rate a buffer holds 4,000 frames, so files stay small.
@@ -71,11 +71,11 @@ private:
 class LoopStreamerTest : public ::testing::Test {
 protected:
     ManualRunLoop loop;
-    OfflineGraph graph{loop, rate, 500};
+    OfflineMixer graph{loop, rate, 500};
     std::shared_ptr<FakeAudioFile::Shared> file = std::make_shared<FakeAudioFile::Shared>();
     testing::ManualSerialQueue* queue = nullptr;
     std::unique_ptr<LoopStreamer> streamer;
-    std::shared_ptr<AudioPlayerNode> node = graph.addPlayer();
+    std::shared_ptr<AudioPlayer> node = graph.mixer().addPlayer();
 
     void make(std::int64_t length)
     {
