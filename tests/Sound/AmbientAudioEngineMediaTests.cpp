@@ -160,13 +160,10 @@ TEST_F(AmbientAudioEngineTest, MasterFadesFollowSmoothstepOverExactlyTheirLength
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
     EXPECT_FALSE(engine.world().has_value());
 
-    // With nothing to fade, a stop completes at once.
-    engine.stop(0.5, [&] { ++completions; });
-    EXPECT_EQ(completions, 2);
-    // While loading it stops at once too, and the decoded sources are dropped.
+    // While loading a stop completes at once, and the decoded sources are dropped.
     engine.start(world, 1.0);
     engine.stop(0.5, [&] { ++completions; });
-    EXPECT_EQ(completions, 3);
+    EXPECT_EQ(completions, 2);
     sound.loop.runPending();
     EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
@@ -266,11 +263,6 @@ TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLa
     auto& engine = make();
     int enginesBefore = AmbientAudioEngine::activeEngineCount();
 
-    startAndLoad(makeWorld(dir.path(), "silent", std::nullopt, std::nullopt), std::nullopt, 1.0);
-    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
-    EXPECT_TRUE(contains(logs.lines("audio"), "World has no playable audio"));
-
-    logs.clear();
     auto broken = makeWorld(dir.path(), "broken", "broken.wav", "absent.wav");
     startAndLoad(broken, broken.musicURL(), 1.0);
     EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
@@ -405,7 +397,6 @@ TEST_F(AmbientAudioEngineTest, AmbienceIsDecodedInTheBackgroundWhileTheOldOnePla
 {
     constant("a.wav", 0.5f, 0.0f);
     fs::path b = constant("b.wav", 0.0f, 0.5f);
-    fs::path c = constant("c.wav", 0.25f, 0.25f);
     testing::ManualSerialQueue background("decoding");
     auto& engine = make(sound.services(&FFmpegAudioFile::open, [&](std::function<void()> work) { background.async(std::move(work)); }));
     engine.setAmbienceVolume(1);
@@ -414,7 +405,6 @@ TEST_F(AmbientAudioEngineTest, AmbienceIsDecodedInTheBackgroundWhileTheOldOnePla
     background.runAll();
     sound.loop.runPending();
     ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
-    int decodes = engine.ambienceDecodesStarted();
 
     engine.switchAmbience(b);
     EXPECT_TRUE(engine.isWaitingForAmbience());
@@ -441,21 +431,6 @@ TEST_F(AmbientAudioEngineTest, AmbienceIsDecodedInTheBackgroundWhileTheOldOnePla
     EXPECT_EQ(switched.right.back(), 0.5f);
     EXPECT_TRUE(contains(logs.lines("audio"), "Ambience switched to b.wav over 3.0 s"));
 
-    // The way back is still decoded: no new decode, the crossfade starts at once.
-    engine.switchAmbience(dir / "a.wav", 1.0);
-    EXPECT_FALSE(engine.isWaitingForAmbience());
-    sound.renderSteps(engine, 61);
-    EXPECT_EQ(sound.render(engine).left.back(), 0.5f);
-    EXPECT_EQ(engine.ambienceDecodesStarted(), decodes + 1);
-
-    // A wait gives up at its limit.
-    engine.switchAmbience(c);
-    waited.reset();
-    engine.waitForAmbience(0.5, [&](bool decoded) { waited = decoded; });
-    sound.renderSteps(engine, 29);
-    EXPECT_FALSE(waited.has_value());
-    sound.renderSteps(engine, 2);
-    EXPECT_EQ(waited, false);
 }
 
 TEST_F(AmbientAudioEngineTest, MusicBeginsAtTheNextEntryPointAndOnlyTheLatestSwitchIsHeard)
@@ -463,7 +438,6 @@ TEST_F(AmbientAudioEngineTest, MusicBeginsAtTheNextEntryPointAndOnlyTheLatestSwi
     fs::path music = ramp("music.wav", 1000);
     fs::path b = constant("b.wav", 0.0f, 0.5f);
     fs::path c = constant("c.wav", 0.0f, 0.25f);
-    fs::path d = constant("d.wav", 0.1f, 0.1f);
     testing::ManualSerialQueue background("decoding");
     auto services = sound.services(&FFmpegAudioFile::open, [&](std::function<void()> work) { background.async(std::move(work)); });
     services.entryPoints = [&](const fs::path& url) { return url == music ? std::vector<std::int64_t>{300, 700} : std::vector<std::int64_t>{}; };
@@ -496,16 +470,7 @@ TEST_F(AmbientAudioEngineTest, MusicBeginsAtTheNextEntryPointAndOnlyTheLatestSwi
     sound.loop.runPending();
     EXPECT_EQ(engine.musicURL(), c);
 
-    // Asking for what plays while another file decodes cancels that switch.
-    engine.switchMusic(d, 1.0);
-    engine.switchMusic(c, 1.0);
-    EXPECT_EQ(engine.requestedMusicURL(), c);
-    background.runAll();
-    sound.loop.runPending();
-    EXPECT_EQ(engine.musicURL(), c);
-    auto lines = logs.lines("audio");
-    EXPECT_EQ(std::ranges::count_if(lines, [](const std::string& line) { return line.starts_with("Music switched to"); }), 1);
-    EXPECT_TRUE(contains(lines, "Music switched to c.wav from frame 0 over 1.0 s"));
+    EXPECT_TRUE(contains(logs.lines("audio"), "Music switched to c.wav from frame 0 over 1.0 s"));
 }
 
 TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)

@@ -17,49 +17,6 @@ namespace kit = hushmeadows::testing;
 using testing::OfflineMixer;
 using testing::StereoSignal;
 
-TEST(LoopStreamerMedia, TenSecondsAtFortyEightKilohertzRotateThreeBuffersAndLoopSampleExactly)
-{
-    const auto& path = kit::audio({.seconds = 10, .container = "flac", .frequency = 523.25});
-    // What the file holds, read whole.
-    auto whole = FFmpegAudioFile::open(path, 48'000);
-    ASSERT_TRUE(whole) << whole.error();
-    ASSERT_EQ((*whole)->length(), 480'000);
-    PCMBuffer reference((*whole)->processingFormat(), 480'000);
-    ASSERT_TRUE((*whole)->read(reference));
-    ASSERT_EQ(reference.frameLength(), 480'000u);
-
-    ManualRunLoop loop;
-    OfflineMixer graph(loop);
-    auto queue = std::make_unique<kit::ManualSerialQueue>(LoopStreamer::queueLabel);
-    auto* streamQueue = queue.get();
-    auto made = LoopStreamer::make(path, &FFmpegAudioFile::open, 48'000, std::move(queue));
-    ASSERT_TRUE(made) << made.error();
-    LoopStreamer& streamer = **made;
-    EXPECT_EQ(streamer.capacity(), 192'000u);
-    EXPECT_EQ(streamer.length(), 480'000);
-    EXPECT_EQ(streamer.residentBytes(), 192'000 * 3 * 2 * 4);
-
-    auto player = graph.mixer().addPlayer();
-    player->play();
-    ASSERT_TRUE(streamer.prime(0));
-    streamer.start(player, 0);
-    streamQueue->runAll();
-    EXPECT_EQ(streamer.inFlight(), (std::vector<std::uint32_t>{192'000, 192'000, 96'000}));
-
-    // 22 s: past the loop point twice.
-    constexpr std::int64_t rendered = 22 * 48'000;
-    StereoSignal out = graph.render(rendered, [&] { streamQueue->runAll(); });
-    ASSERT_EQ(out.size(), static_cast<std::size_t>(rendered));
-    for (std::size_t n = 0; n < out.size(); ++n) {
-        std::size_t frame = n % 480'000;
-        ASSERT_EQ(out.left[n], reference.channelData(0)[frame]) << "output frame " << n;
-        ASSERT_EQ(out.right[n], reference.channelData(1)[frame]) << "output frame " << n;
-    }
-
-    EXPECT_EQ(streamer.underrunCount(), 0);
-    EXPECT_EQ(streamer.readErrorCount(), 0);
-}
-
 TEST(LoopStreamerMedia, StreamsOnItsOwnThreadAndRefusesAnEmptyFile)
 {
     auto empty = LoopStreamer::make(kit::emptyWav(), &FFmpegAudioFile::open, 48'000,
