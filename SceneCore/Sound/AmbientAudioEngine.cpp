@@ -64,28 +64,48 @@ std::shared_ptr<LoopStreamer> streamerOf(const std::optional<AmbientAudioEngine:
 }
 
 // Decodes the whole of an open file into one buffer.
-std::shared_ptr<PCMBuffer> readWhole(AudioFile& file, const std::string& name)
+// Decodes a file whole, a second at a time: what the header says of its
+// length is not trusted, memory grows only with frames that really decode, and
+// never past the limit. Nothing (and no log) once cancelled.
+std::shared_ptr<PCMBuffer> readWhole(AudioFile& file, const std::string& name, const std::atomic<bool>& cancelled)
 {
-    std::int64_t length = file.length();
-    if (length < 0 || length > std::numeric_limits<std::uint32_t>::max()) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file is too long to decode whole"));
+    AudioFormat format = file.processingFormat();
+    auto limit = static_cast<std::int64_t>(AmbientAudioEngine::wholeDecodeLimit * format.sampleRate);
+    auto chunkFrames = static_cast<std::uint32_t>(std::max(1.0, format.sampleRate));
+    auto chunk = PCMBuffer::make(format, chunkFrames);
+    if (!chunk) {
+        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file's format cannot be decoded"));
         return nullptr;
     }
-    auto frames = static_cast<std::uint32_t>(length);
-    auto buffer = PCMBuffer::make(file.processingFormat(), frames);
-    if (!buffer) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("not enough memory for the decoded file"));
-        return nullptr;
-    }
+    std::vector<std::vector<float>> planes(static_cast<std::size_t>(format.channelCount));
+    std::int64_t decoded = 0;
     file.setFramePosition(0);
-    if (auto result = file.read(*buffer, frames); !result) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, result.error());
-        return nullptr;
+    for (;;) {
+        if (cancelled.load(std::memory_order_relaxed))
+            return nullptr;
+        if (auto result = file.read(*chunk, chunkFrames); !result) {
+            Log::audio.error("Could not read %{public}s: %{private}s", name, result.error());
+            return nullptr;
+        }
+        std::uint32_t count = chunk->frameLength();
+        if (decoded + count > limit) {
+            Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the sound is too long to hold whole"));
+            return nullptr;
+        }
+        for (std::size_t c = 0; c < planes.size(); ++c)
+            planes[c].insert(planes[c].end(), chunk->channelData(static_cast<int>(c)), chunk->channelData(static_cast<int>(c)) + count);
+        decoded += count;
+        if (count < chunkFrames)
+            break;
     }
-    if (buffer->frameLength() == 0) {
+    auto buffer = decoded > 0 ? PCMBuffer::make(format, static_cast<std::uint32_t>(decoded)) : nullptr;
+    if (!buffer) {
         Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file holds no sound"));
         return nullptr;
     }
+    for (std::size_t c = 0; c < planes.size(); ++c)
+        std::copy(planes[c].begin(), planes[c].end(), buffer->channelData(static_cast<int>(c)));
+    buffer->setFrameLength(static_cast<std::uint32_t>(decoded));
     return buffer;
 }
 
@@ -166,7 +186,7 @@ double AmbientAudioEngine::graphSampleRate() const
 
 AmbientAudioEngine::Decoder AmbientAudioEngine::decoder() const
 {
-    return Decoder{services_.openFile, graphSampleRate(), services_.makeSerialQueue};
+    return Decoder{services_.openFile, graphSampleRate(), services_.makeSerialQueue, decodesCancelled_};
 }
 
 // MARK: - Decoding
@@ -185,7 +205,7 @@ std::optional<AmbientAudioEngine::MusicSource> AmbientAudioEngine::openMusic(con
     }
     double duration = static_cast<double>((*file)->length()) / (*file)->processingFormat().sampleRate;
     if (!(duration > streamingThreshold)) {
-        auto buffer = readWhole(**file, name);
+        auto buffer = readWhole(**file, name, *decoder.cancelled);
         if (!buffer)
             return std::nullopt;
         return MusicSource{std::move(buffer)};
@@ -210,7 +230,7 @@ std::shared_ptr<PCMBuffer> AmbientAudioEngine::read(const Decoder& decoder, cons
         Log::audio.error("Could not read %{public}s: %{private}s", name, file.error());
         return nullptr;
     }
-    return readWhole(**file, name);
+    return readWhole(**file, name, *decoder.cancelled);
 }
 
 // MARK: - Starting
@@ -503,6 +523,8 @@ void AmbientAudioEngine::stopImmediately()
     if (engine_)
         Log::audio.info("Sound stopped");
     ++generation_;
+    decodesCancelled_->store(true, std::memory_order_relaxed);
+    decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
     ++switchGeneration_;
     cancelFade();
     if (configObserver_) {

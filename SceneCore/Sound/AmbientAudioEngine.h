@@ -10,6 +10,7 @@
 #include "SceneCore/Sound/PCMBuffer.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include <atomic>
 #include <cstdint>
 #include <expected>
 #include <filesystem>
@@ -75,6 +76,9 @@ public:
         AudioFileOpener openFile;
         double sampleRate = 48000;
         SerialQueueFactory makeSerialQueue;
+        // Set once the session that asked for the decode has stopped: the
+        // decode gives up between chunks, so that no stop waits on it.
+        std::shared_ptr<const std::atomic<bool>> cancelled = std::make_shared<std::atomic<bool>>(false);
     };
 
     // The result of loading: either layer may be absent.
@@ -99,6 +103,9 @@ public:
 
     static constexpr double ambienceCrossfade = 3.0;
     static constexpr double streamingThreshold = 180.0;
+    // The most sound decoded whole into memory, in seconds: longer music is
+    // streamed and longer ambience is refused.
+    static constexpr double wholeDecodeLimit = streamingThreshold;
     static constexpr double muteFade = 0.35;
     static constexpr double fadeInterval = 1.0 / 60.0;
     // Ticks between a fade's arrival and its completion: longer than a
@@ -299,6 +306,8 @@ private:
     std::optional<Fade> fade_;
     std::shared_ptr<Cancellable> fadeTimer_;
     std::shared_ptr<Cancellable> configObserver_;
+    // Shared with the decodes this session started.
+    std::shared_ptr<std::atomic<bool>> decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
     bool retiredReleasePosted_ = false;
 
     // Lets timers, observers and posted work that outlive the engine find it gone.

@@ -1,6 +1,7 @@
 #include "SceneCore/Sound/AmbientAudioEngine.h"
 
 #include "Platforms/Linux/FFmpegAudioFile.h"
+#include "tests/support/FakeAudioFile.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LockstepAudio.h"
 #include "tests/support/LogCapture.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <numbers>
 
 namespace hushmeadows {
@@ -232,30 +234,6 @@ TEST_F(AmbientAudioEngineTest, ASwitchDuringACrossfadeCarriesOnFromThePresentLev
     EXPECT_TRUE(isSilent(sound.render(engine)));
 }
 
-TEST_F(AmbientAudioEngineTest, AStartOfTheSameWorldRevokesAFadeOut)
-{
-    constant("music.wav", 0.5f, 0.5f);
-    auto& engine = make();
-    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
-    startAndLoad(world, world.musicURL(), 0);
-
-    bool completed = false;
-    engine.stop(2.0, [&] { completed = true; });
-    sound.renderSteps(engine, 60);
-    ASSERT_FLOAT_EQ(engine.masterGain(), 0.5f);
-
-    engine.start(world, 1.0);
-    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
-    for (int k = 1; k <= 60; ++k) {
-        sound.renderStep(engine);
-        ASSERT_NEAR(engine.masterGain(), 0.5f + 0.5f * smoothstep(k / 60.0), 1e-6) << "step " << k;
-    }
-    StereoSignal later = sound.renderSteps(engine, 180);
-    EXPECT_FALSE(completed);
-    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::playing);
-    EXPECT_FLOAT_EQ(later.left.back(), 0.25f);
-}
-
 TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLayerLeavesTheOther)
 {
     testing::writeText(dir / "broken.wav", "not a sound file");
@@ -280,32 +258,6 @@ TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLa
     StereoSignal block = sound.renderStep(engine);
     EXPECT_EQ(block.left.back(), 0.0f);
     EXPECT_FLOAT_EQ(block.right.back(), 0.5f * 0.7f);
-}
-
-TEST_F(AmbientAudioEngineTest, MusicOfThreeMinutesIsDecodedWholeAndLongerMusicIsStreamed)
-{
-    // 8 kHz, played at 48 kHz: the rule is on the duration, not the frame count.
-    auto write = [&](const std::string& name, std::int64_t frames) {
-        testing::writeFloatWav(dir / name, 8000, 2, frames, [](std::int64_t, int) { return 0.25f; });
-    };
-    write("exact.wav", 180 * 8000);
-    write("longer.wav", 180 * 8000 + 800);
-    auto& engine = make();
-
-    auto exact = makeWorld(dir.path(), "exact", "exact.wav", std::nullopt);
-    startAndLoad(exact, exact.musicURL(), 0);
-    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
-    EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.25f * 0.5f, 1e-4);
-
-    auto longer = makeWorld(dir.path(), "longer", "longer.wav", std::nullopt);
-    startAndLoad(longer, longer.musicURL(), 0);
-    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
-    EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.25f * 0.5f, 1e-4);
-
-    auto lines = logs.lines("audio");
-    EXPECT_TRUE(contains(lines, "Sound started: exact"));
-    EXPECT_FALSE(contains(lines, "Sound started: exact (music streamed)"));
-    EXPECT_TRUE(contains(lines, "Sound started: longer (music streamed)"));
 }
 
 // The mute's 0.35 s fade and the release's 0.8 s fade move the gain a little
@@ -497,6 +449,60 @@ TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
     EXPECT_TRUE(contains(lines, "Music switched to own.wav from frame 0 over 2.0 s"));
     sound.renderSteps(engine, 121);
     EXPECT_FLOAT_EQ(sound.render(engine).left.back(), 0.3f);
+}
+
+// Whole decoding believes no header and holds no more than its limit: six
+// hours of silence are refused after the limit's worth, and a one-second
+// tone whose header claims 3,000,000,000 frames plays as the second it is.
+TEST_F(AmbientAudioEngineTest, WholeDecodingGrowsOnlyWithWhatDecodesUpToItsLimit)
+{
+    const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y -f lavfi -i ";
+    testing::runCommand(ffmpeg + "anullsrc=r=8000:cl=mono -t 21600 -c:a flac " + testing::shellQuoted((dir / "six-hours.flac").string()));
+    testing::runCommand(ffmpeg + "sine=frequency=440:sample_rate=48000:duration=1 -ac 2 -c:a flac "
+                        + testing::shellQuoted((dir / "lying.flac").string()));
+    // STREAMINFO follows "fLaC" and its block header; its total-samples field
+    // is the low 36 bits of the big-endian 64 bits at byte 18 of the file.
+    std::fstream lying(dir / "lying.flac", std::ios::in | std::ios::out | std::ios::binary);
+    unsigned char field[8];
+    lying.seekg(18).read(reinterpret_cast<char*>(field), 8);
+    std::uint64_t bits = 0;
+    for (unsigned char byte : field)
+        bits = bits << 8 | byte;
+    bits = (bits & ~((std::uint64_t{1} << 36) - 1)) | 3'000'000'000u;
+    for (int i = 7; i >= 0; --i, bits >>= 8)
+        field[i] = static_cast<unsigned char>(bits & 0xff);
+    lying.seekp(18).write(reinterpret_cast<char*>(field), 8);
+    lying.close();
+
+    auto& engine = make();
+    engine.setAmbienceVolume(1);
+    startAndLoad(makeWorld(dir.path(), "long", std::nullopt, "six-hours.flac"), std::nullopt, 0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
+    EXPECT_TRUE(contains(logs.lines("audio"), "Could not read six-hours.flac: the sound is too long to hold whole"));
+
+    startAndLoad(makeWorld(dir.path(), "lying", std::nullopt, "lying.flac"), std::nullopt, 0);
+    ASSERT_EQ(engine.state(), AmbientAudioEngine::State::playing);
+    StereoSignal heard = sound.renderSteps(engine, 90); // past the one second: it loops
+    float peak = 0;
+    for (std::size_t j = heard.size() - 4800; j < heard.size(); ++j)
+        peak = std::max(peak, std::abs(heard.left[j]));
+    EXPECT_GT(peak, 0.05f);
+}
+
+// A stop cancels the decode it leaves behind: the work reads nothing more.
+TEST_F(AmbientAudioEngineTest, AStopCancelsTheDecodeInFlight)
+{
+    auto shared = std::make_shared<testing::FakeAudioFile::Shared>();
+    testing::ManualSerialQueue background("decoding");
+    auto& engine = make(sound.services([&](const fs::path&, double rate) -> std::expected<std::unique_ptr<AudioFile>, std::string> {
+        return std::make_unique<testing::FakeAudioFile>(60 * 48'000, rate, shared);
+    }, [&](std::function<void()> work) { background.async(std::move(work)); }));
+    engine.start(makeWorld(dir.path(), "meadow", std::nullopt, "ambience.wav"), 0);
+    engine.stopImmediately();
+    background.runAll();
+    sound.loop.runPending();
+    EXPECT_EQ(shared->reads, 0);
+    EXPECT_EQ(engine.state(), AmbientAudioEngine::State::idle);
 }
 
 } // namespace

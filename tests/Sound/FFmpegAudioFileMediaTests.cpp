@@ -1,11 +1,11 @@
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "tests/support/FakeAudioFile.h"
 #include "tests/support/FixtureKit.h"
+#include "tests/support/OfflineAudio.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <numbers>
 #include <optional>
 
@@ -16,34 +16,6 @@ namespace fs = std::filesystem;
 namespace kit = hushmeadows::testing;
 
 const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y ";
-
-// A 16-bit PCM WAV holding exactly these interleaved samples.
-void writeWav(const fs::path& file, int sampleRate, int channels, const std::vector<std::int16_t>& samples)
-{
-    std::vector<std::uint8_t> bytes;
-    auto text = [&](const char* four) { bytes.insert(bytes.end(), four, four + 4); };
-    auto le = [&](std::uint32_t value, int size) {
-        for (int i = 0; i < size; ++i)
-            bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-    };
-    auto dataSize = static_cast<std::uint32_t>(samples.size() * 2);
-    text("RIFF");
-    le(36 + dataSize, 4);
-    text("WAVE");
-    text("fmt ");
-    le(16, 4);
-    le(1, 2); // PCM
-    le(static_cast<std::uint32_t>(channels), 2);
-    le(static_cast<std::uint32_t>(sampleRate), 4);
-    le(static_cast<std::uint32_t>(sampleRate * channels * 2), 4);
-    le(static_cast<std::uint32_t>(channels * 2), 2);
-    le(16, 2);
-    text("data");
-    le(dataSize, 4);
-    for (std::int16_t sample : samples)
-        le(static_cast<std::uint16_t>(sample), 2);
-    std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
 
 std::unique_ptr<AudioFile> openOrFail(const fs::path& file, double rate = 48000)
 {
@@ -95,12 +67,11 @@ struct KnownSamples {
     {
         static kit::TempDir dir;
         static fs::path wav = [] {
-            std::vector<std::int16_t> samples;
-            for (std::int64_t i = 0; i < frames; ++i)
-                samples.insert(samples.end(), {sample(i, 0), sample(i, 1)});
-            writeWav(dir / "known.wav", 48000, 2, samples);
-            kit::runCommand(ffmpeg + "-i " + kit::shellQuoted((dir / "known.wav").string()) + " -c:a flac "
-                            + kit::shellQuoted((dir / "known.flac").string()));
+            // Float samples that are whole 16-bit steps convert to 16 bits exactly.
+            kit::writeFloatWav(dir / "float.wav", 48000, 2, frames, [](std::int64_t i, int c) { return expected(i, c).value(); });
+            for (const char* codec : {"pcm_s16le -f wav", "flac"})
+                kit::runCommand(ffmpeg + "-i " + kit::shellQuoted((dir / "float.wav").string()) + " -c:a " + codec + " "
+                                + kit::shellQuoted((dir / (std::string(codec) == "flac" ? "known.flac" : "known.wav")).string()));
             return dir / "known.wav";
         }();
         static fs::path flac = dir / "known.flac";

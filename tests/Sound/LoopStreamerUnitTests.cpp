@@ -168,26 +168,6 @@ TEST_F(LoopStreamerTest, AFailedReadRestartsOnceFromZeroAndASecondFailureEndsThe
     EXPECT_EQ(streamer->inFlight().size(), 3u);
 }
 
-TEST_F(LoopStreamerTest, AFailureAtFrameZeroIsNotRetriedAndTheHandlerHearsOnce)
-{
-    testing::LogCapture log;
-    make(10'000);
-    int failures = 0;
-    streamer->setFailureHandler([&] { ++failures; });
-    file->faults[0] = FakeAudioFile::Fault::shortRead;
-    node->play();
-    streamer->start(node, 0);
-    queue->runAll();
-    EXPECT_EQ(failures, 1);
-    EXPECT_EQ(streamer->scheduledCount(), 0);
-    EXPECT_EQ(streamer->readErrorCount(), 1);
-    EXPECT_EQ(log.lines("audio"), (std::vector<std::string>{"Streaming long-song.flac: short read at frame 0"}));
-    // Priming fails the same way and keeps nothing.
-    file->faults[0] = FakeAudioFile::Fault::error;
-    EXPECT_FALSE(streamer->prime(0));
-    EXPECT_EQ(failures, 1) << "priming reports by its result, not the handler";
-}
-
 TEST_F(LoopStreamerTest, LateCompletionsOfAStoppedRunChangeNothing)
 {
     make(10'000);
