@@ -1,4 +1,4 @@
-// The software audio graph's offline render speed, and the memory that
+// The mixer's offline render speed, and the memory that
 // streaming a long music file costs against decoding it whole. Run from a
 // Release build; the memory comparison generates a 30-minute FLAC file once
 // (about half a minute of ffmpeg) and decodes it twice.

@@ -334,7 +334,7 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
     engine_->setOutputVolume(0);
     ++activeEngines_;
     applyChannelVolumes();
-    // Recovery may tear the graph engine down; it runs on a later turn of the
+    // Recovery may tear the mixer down; it runs on a later turn of the
     // loop, never inside the engine's own notification.
     configObserver_ = engine_->observeConfigurationChange([weak = weakSelf(), loop = &services_.mainLoop, engine = engine_.get(),
                                                            generation = generation_] {

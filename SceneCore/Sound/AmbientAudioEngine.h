@@ -120,7 +120,7 @@ public:
     AmbientAudioEngine(const AmbientAudioEngine&) = delete;
     AmbientAudioEngine& operator=(const AmbientAudioEngine&) = delete;
 
-    // Graph engines alive across the process (the saver reports it as
+    // Mixers (sessions of sound) alive across the process (the saver reports it as
     // "activeAudioEngines").
     static int activeEngineCount() { return activeEngines_; }
 

@@ -195,7 +195,7 @@ void AudioMixer::render(float* interleaved, int frames) noexcept
     if (from == 1.0f && target == 1.0f)
         return;
     float step = (target - from) / static_cast<float>(std::max(frames, 1));
-    for (std::ptrdiff_t frame = 0; frame < samples / 2; ++frame) {
+    for (int frame = 0; frame < frames; ++frame) {
         float gain = from + step * static_cast<float>(frame + 1);
         interleaved[2 * frame] *= gain;
         interleaved[2 * frame + 1] *= gain;

@@ -95,10 +95,18 @@ void AudioPlayer::mixInto(float* interleaved, int frames) noexcept
             const float* left = buffer.channelData(0) + cursor_;
             const float* right = buffer.channelCount() > 1 ? buffer.channelData(1) + cursor_ : left;
             float* out = interleaved + 2 * done;
-            for (int i = 0; i < count; ++i) {
-                float gain = from + step * static_cast<float>(done + i + 1);
-                out[2 * i] += left[i] * gain;
-                out[2 * i + 1] += right[i] * gain;
+            if (step == 0.0f) {
+                for (int i = 0; i < count; ++i) {
+                    out[2 * i] += left[i] * target;
+                    out[2 * i + 1] += right[i] * target;
+                }
+            } else {
+                // Gain at frame n of the quantum is from + step × (n + 1): exact at its end.
+                for (int i = 0; i < count; ++i) {
+                    float gain = from + step * static_cast<float>(done + i + 1);
+                    out[2 * i] += left[i] * gain;
+                    out[2 * i + 1] += right[i] * gain;
+                }
             }
             done += count;
             cursor_ += static_cast<std::uint32_t>(count);

@@ -25,9 +25,10 @@ std::expected<void, std::string> OfflineAudioOutput::pull(std::uint32_t frames, 
                                + std::to_string(maximumFrameCount_));
     if (buffer.frameCapacity() < frames || buffer.channelCount() > 2)
         return std::unexpected(std::string("the buffer is too small for the frames asked, or has more than two channels"));
-    std::fill_n(scratch_.begin(), 2 * static_cast<std::size_t>(frames), 0.0f);
     if (source_)
         source_->render(scratch_.data(), static_cast<int>(frames));
+    else
+        std::fill_n(scratch_.begin(), 2 * static_cast<std::size_t>(frames), 0.0f);
     const float* mix = scratch_.data();
     if (buffer.channelCount() == 2) {
         float* left = buffer.channelData(0);

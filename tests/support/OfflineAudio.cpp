@@ -29,15 +29,9 @@ OfflineMixer::OfflineMixer(ManualRunLoop& loop, double sampleRate, std::uint32_t
 
 StereoSignal OfflineMixer::render(std::int64_t frames, const std::function<void()>& between)
 {
-    return render(frames, quantum_, between);
-}
-
-StereoSignal OfflineMixer::render(std::int64_t frames, std::uint32_t quantum, const std::function<void()>& between)
-{
     StereoSignal signal;
-    quantum = std::min(quantum, quantum_);
     while (frames > 0) {
-        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>(frames, quantum));
+        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>(frames, quantum_));
         if (auto rendered = output_->pull(count, *scratch_); !rendered)
             throw std::runtime_error("pull: " + rendered.error());
         signal.append(*scratch_);
@@ -52,8 +46,6 @@ StereoSignal OfflineMixer::render(std::int64_t frames, std::uint32_t quantum, co
 
 std::expected<void, std::string> ManualOutput::start(AudioRenderSource& renderSource, double)
 {
-    if (refuse)
-        return std::unexpected(std::string("no device here"));
     source = &renderSource;
     ++starts;
     return {};

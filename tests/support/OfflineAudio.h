@@ -28,10 +28,9 @@ class OfflineMixer {
 public:
     explicit OfflineMixer(ManualRunLoop& loop, double sampleRate = 48000, std::uint32_t quantum = 4096);
     AudioMixer& mixer() { return mixer_; }
-    // Renders `frames` frames in quanta of at most `quantum`; after each the
-    // main loop runs what is due, then `between` runs.
+    // Renders `frames` frames in quanta; after each the main loop runs what
+    // is due, then `between` runs.
     StereoSignal render(std::int64_t frames, const std::function<void()>& between = {});
-    StereoSignal render(std::int64_t frames, std::uint32_t quantum, const std::function<void()>& between = {});
 
 private:
     ManualRunLoop& loop_;
@@ -41,8 +40,8 @@ private:
     std::shared_ptr<PCMBuffer> scratch_;
 };
 
-// An output at the port that the test pulls itself, on any thread; it can
-// refuse to start and report a device change.
+// An output at the port that the test pulls itself, on any thread, and that
+// reports device changes when the test calls `changed`.
 class ManualOutput final : public AudioOutput {
 public:
     std::expected<void, std::string> start(AudioRenderSource& renderSource, double sampleRate) override;
@@ -52,7 +51,6 @@ public:
     // Interleaved stereo; silence while not started.
     std::vector<float> pull(int frames);
 
-    bool refuse = false;
     int starts = 0;
     std::atomic<AudioRenderSource*> source = nullptr;
     std::function<void()> changed;
