@@ -24,29 +24,6 @@ std::shared_ptr<PCMBuffer> tagged(int tag, std::uint32_t frames)
     return makeBuffer(frames, [tag](std::uint32_t i) { return valueOf(tag, i); }, [tag](std::uint32_t i) { return -valueOf(tag, i); });
 }
 
-TEST(AudioMixer, BuffersPlayBackToBackThenLoopSampleExactlyAndCompleteInOrderOnTheMainLoop)
-{
-    ManualRunLoop loop;
-    OfflineMixer offline(loop, 48000, 256);
-    auto player = offline.mixer().addPlayer();
-    std::vector<int> completed;
-    player->scheduleBuffer(tagged(1, 300), [&] { completed.push_back(1); });
-    player->scheduleBuffer(tagged(2, 100), [&] { completed.push_back(2); });
-    player->scheduleBuffer(tagged(3, 70), AudioPlayer::loops);
-    player->scheduleBuffer(tagged(4, 10), [&] { completed.push_back(4); }); // never plays: after a loop
-    player->play();
-    auto heard = offline.render(1000);
-    for (std::uint32_t j = 0; j < 1000; ++j) {
-        float expected = j < 300 ? valueOf(1, j) : j < 400 ? valueOf(2, j - 300) : valueOf(3, (j - 400) % 70);
-        ASSERT_EQ(heard.left[j], expected) << "frame " << j;
-        ASSERT_EQ(heard.right[j], -expected) << "frame " << j;
-    }
-    EXPECT_EQ(completed, (std::vector<int>{1, 2}));
-    player->stop(); // drops the loop and what follows it; completions still run
-    EXPECT_TRUE(std::ranges::all_of(offline.render(256).left, [](float s) { return s == 0.0f; }));
-    EXPECT_EQ(completed, (std::vector<int>{1, 2, 4}));
-}
-
 // Each gain moves as a straight ramp across the quantum after its change, to
 // land exactly on the new value: no step anywhere.
 TEST(AudioMixer, VolumeChangesRampSampleBySampleAcrossOneQuantum)
