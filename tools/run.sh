@@ -29,7 +29,15 @@ DISPLAY=$display "$program" play "$worlds/meadow.hushmeadow" "$@" &
 player=$!
 sleep 4
 mkdir -p build/run
+DISPLAY=$display xwd -root -silent | convert xwd:- png:build/run/meadow-before.png
+sleep 1
 DISPLAY=$display xwd -root -silent | convert xwd:- png:build/run/meadow.png
 kill -TERM "$player"
 wait "$player"
-echo "No display here: the bundled world played in a private Xvfb; its screen is in build/run/meadow.png"
+# The world is a looping video: a second later the picture must have moved.
+changed=$(compare -metric AE build/run/meadow-before.png build/run/meadow.png null: 2>&1 || true)
+if [ "${changed%% *}" = 0 ]; then
+  echo "The picture did not move between two screenshots a second apart" >&2
+  exit 1
+fi
+echo "No display here: the bundled world played in a private Xvfb ($changed pixels moved in a second); its screen is in build/run/meadow.png"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The whole test run on a fresh Debian 12 machine: dependencies, the dev build
 # with -Werror and every test, the sanitizer build, the fuzzers briefly, and
-# the house checks.
+# the house checks, and the portable core built with clang and libc++.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
@@ -15,6 +15,11 @@ echo "== dev build (-Werror) and all tests"
 cmake --preset dev -G Ninja
 cmake --build build/dev -j"$jobs"
 ctest --preset dev -j"$jobs"
+
+echo "== portable core with clang and libc++ (the standard library Apple's toolchain uses)"
+cmake --preset libcxx -G Ninja
+cmake --build build/libcxx -j"$jobs"
+ctest --preset libcxx -j"$jobs"
 
 echo "== address + undefined sanitizers"
 cmake --preset asan -G Ninja

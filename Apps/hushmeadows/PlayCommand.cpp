@@ -2,6 +2,8 @@
 
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegVideoFile.h"
+#include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/SDLRunLoop.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
@@ -19,6 +21,8 @@
 #include <chrono>
 #include <cstdint>
 #include <expected>
+#include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,7 +38,7 @@ constexpr const char* usage =
     "                      by default the world the saver would choose\n"
     "  --window WxH        a window of that size instead of full screen\n"
     "  --window-id ID      draw into an existing X window (decimal or 0x hexadecimal)\n"
-    "  --poster-only       show the world's poster; this is all play shows until video playback arrives\n"
+    "  --poster-only       show the world's poster instead of its video\n"
     "  --framing MODE      fill the window, or show the whole scene (overrides the settings)\n"
     "  --no-pixel-perfect  allow fractional scales for pixel art (overrides the settings)\n"
     "Runs until the window is closed, Escape is pressed, or SIGTERM or SIGINT arrives.\n";
@@ -45,6 +49,7 @@ struct PlayOptions {
     std::optional<std::uint64_t> windowID;
     std::optional<Framing> framing;
     bool noPixelPerfect = false;
+    bool posterOnly = false;
 };
 
 std::optional<int> positiveNumber(std::string_view text)
@@ -101,7 +106,7 @@ std::expected<PlayOptions, int> parse(const std::vector<std::string>& arguments,
             std::fputs(usage, out);
             return std::unexpected(0);
         } else if (argument == "--poster-only") {
-            // What play shows anyway for now.
+            options.posterOnly = true;
         } else if (argument == "--no-pixel-perfect") {
             options.noPixelPerfect = true;
         } else if (argument == "--window") {
@@ -196,7 +201,14 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     SDLSceneSurface& drawing = **surface;
 
     PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
-    PixelSceneView view(drawing, posters);
+    PixelSceneView::VideoSourceMaker makeSource;
+    if (!options->posterOnly) {
+        makeSource = [&loop](const std::vector<std::filesystem::path>& urls) {
+            return std::make_unique<LoopingVideoSource>(urls, loop, std::make_unique<ThreadSerialQueue>(LoopingVideoSource::queueLabel),
+                                                        &FFmpegVideoFile::open);
+        };
+    }
+    PixelSceneView view(drawing, posters, loop, std::move(makeSource));
     view.setPixelPerfect(settings.pixelPerfectScaling);
     view.setFillsView(settings.framing == Framing::fill);
 
@@ -205,8 +217,14 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
             loop.quit();
         else if (drawing.handleEvent(event))
             view.layout();
+        if (auto visible = drawing.visibilityChange(event))
+            view.setSuspended(Suspension::occluded, !*visible);
     });
     loop.setBeforeWait([&] { drawing.render(); });
+
+    // The picture holds still while the machine or the displays sleep.
+    LinuxPowerEvents power(loop);
+    power.observeSuspensions([&view](Suspension reason, bool suspended) { view.setSuspended(reason, suspended); });
 
     view.load(shown);
     view.play();

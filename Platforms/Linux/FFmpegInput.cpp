@@ -271,4 +271,24 @@ int FFmpegInput::decodeNext(AVCodecContext& decoder, const AVStream& stream, AVF
     }
 }
 
+int FFmpegInput::rewind(AVCodecContext& decoder, const AVStream& stream)
+{
+    const std::int64_t start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+    int result = av_seek_frame(format_.get(), stream.index, start, AVSEEK_FLAG_BACKWARD);
+    if (result < 0)
+        return result;
+    avcodec_flush_buffers(&decoder);
+    inputEnded_ = false;
+    return 0;
+}
+
+double FFmpegInput::durationSeconds(const AVStream& stream) const
+{
+    if (stream.duration != AV_NOPTS_VALUE && stream.duration > 0)
+        return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
+    if (format_->duration != AV_NOPTS_VALUE && format_->duration > 0)
+        return static_cast<double>(format_->duration) / AV_TIME_BASE;
+    return 0;
+}
+
 } // namespace hushmeadows

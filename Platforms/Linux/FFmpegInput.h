@@ -101,6 +101,14 @@ public:
     // exhausted and the decoder drained, or another AVERROR.
     int decodeNext(AVCodecContext& decoder, const AVStream& stream, AVFrame& frame);
 
+    // Back to the start of the stream, with the decoder emptied, so that
+    // decodeNext gives the first frames again. Returns 0 or an AVERROR.
+    int rewind(AVCodecContext& decoder, const AVStream& stream);
+
+    // The stream's stated length in seconds (the container's when the
+    // stream states none), 0 when neither says.
+    double durationSeconds(const AVStream& stream) const;
+
 private:
     struct Source;
     FFmpegInput(std::unique_ptr<Source> source, FormatContextPtr format);

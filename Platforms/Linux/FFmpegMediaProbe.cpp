@@ -1,5 +1,6 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 
+#include "Platforms/Linux/FFmpegBGRAConverter.h"
 #include "Platforms/Linux/FFmpegInput.h"
 
 extern "C" {
@@ -46,25 +47,6 @@ std::int64_t countDecodedFrames(FFmpegInput& input, const AVStream& stream)
         av_frame_unref(frame.get());
     }
     return total;
-}
-
-double streamSeconds(const AVFormatContext& format, const AVStream& stream)
-{
-    if (stream.duration != AV_NOPTS_VALUE && stream.duration > 0)
-        return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
-    if (format.duration != AV_NOPTS_VALUE && format.duration > 0)
-        return static_cast<double>(format.duration) / AV_TIME_BASE;
-    return 0;
-}
-
-// A converter from the given frames to BGRA of the same size, or nullptr when
-// swscale cannot take them (it must never see an unknown format: it aborts).
-SwsContextPtr makeBGRAConverter(int width, int height, AVPixelFormat format)
-{
-    if (width <= 0 || height <= 0 || format == AV_PIX_FMT_NONE || !sws_isSupportedInput(format))
-        return nullptr;
-    return SwsContextPtr(
-        sws_getContext(width, height, format, width, height, AV_PIX_FMT_BGRA, SWS_POINT, nullptr, nullptr, nullptr));
 }
 
 VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> detail = std::nullopt)
@@ -131,7 +113,7 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
         return failure(VideoProbeFailure::noVideoTrack);
     if (!avcodec_find_decoder(stream->codecpar->codec_id))
         return failure(VideoProbeFailure::notPlayable);
-    if (!(streamSeconds(input->format(), *stream) > 0))
+    if (!(input->durationSeconds(*stream) > 0))
         return failure(VideoProbeFailure::zeroDuration);
 
     auto decoder = FFmpegInput::makeDecoder(*stream);
@@ -141,7 +123,7 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
     AVCodecContext& context = **decoder;
     // Some codecs state their pixel format only once a frame has been decoded
     // (and never when no frame can be); those are checked on that frame.
-    if (context.pix_fmt != AV_PIX_FMT_NONE && !makeBGRAConverter(context.width, context.height, context.pix_fmt))
+    if (context.pix_fmt != AV_PIX_FMT_NONE && !FFmpegBGRAConverter::accepts(context.width, context.height, context.pix_fmt))
         return failure(VideoProbeFailure::unsupportedFormat);
     if (FFmpegInput::startDecoder(context) < 0)
         return failure(VideoProbeFailure::decoderCouldNotStart);
@@ -153,18 +135,10 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
     if (result < 0)
         return failure(VideoProbeFailure::noDecodableFrames, ffmpegErrorText(result));
 
-    // Convert what actually came out, which may differ from the stated format.
-    auto converter = makeBGRAConverter(frame->width, frame->height, static_cast<AVPixelFormat>(frame->format));
-    if (!converter)
-        return failure(VideoProbeFailure::unsupportedFormat);
-    auto bgra = makeFrame();
-    bgra->format = AV_PIX_FMT_BGRA;
-    bgra->width = frame->width;
-    bgra->height = frame->height;
-    if (av_frame_get_buffer(bgra.get(), 0) < 0)
-        return failure(VideoProbeFailure::unsupportedFormat);
-    int rows = sws_scale(converter.get(), frame->data, frame->linesize, 0, frame->height, bgra->data, bgra->linesize);
-    if (rows != frame->height)
+    // Convert what actually came out, which may differ from the stated
+    // format, exactly as playback will.
+    Image picture = Image::blank(frame->width, frame->height, PixelFormat::bgra8);
+    if (!FFmpegBGRAConverter().convert(*frame, picture))
         return failure(VideoProbeFailure::unsupportedFormat);
     return std::nullopt;
 }

@@ -35,8 +35,20 @@ LinuxPowerEvents::~LinuxPowerEvents()
 void LinuxPowerEvents::observe(Handler handler)
 {
     handlers_.push_back(std::move(handler));
-    if (handlers_.size() > 1)
+    startWatching();
+}
+
+void LinuxPowerEvents::observeSuspensions(SuspensionHandler handler)
+{
+    suspensionHandlers_.push_back(std::move(handler));
+    startWatching();
+}
+
+void LinuxPowerEvents::startWatching()
+{
+    if (watching_)
         return;
+    watching_ = true;
 #if HUSHMEADOWS_HAS_LOGIND
     sleepThread_ = std::thread([this] { watchSleep(); });
 #endif
@@ -57,14 +69,18 @@ void LinuxPowerEvents::observe(Handler handler)
 #endif
 }
 
-void LinuxPowerEvents::deliver(const char* name)
+void LinuxPowerEvents::deliverSleep(bool goingToSleep)
 {
     std::weak_ptr<LinuxPowerEvents*> weak = self_;
-    std::string text = name;
-    mainLoop_.post([weak, text] {
-        if (auto alive = weak.lock())
+    mainLoop_.post([weak, goingToSleep] {
+        auto alive = weak.lock();
+        if (!alive)
+            return;
+        if (goingToSleep)
             for (const auto& handler : (*alive)->handlers_)
-                handler(text);
+                handler(sleepSignalName);
+        for (const auto& handler : (*alive)->suspensionHandlers_)
+            handler(Suspension::systemSleep, goingToSleep);
     });
 }
 
@@ -76,12 +92,15 @@ void LinuxPowerEvents::pollDisplay()
     if (!DPMSInfo(static_cast<Display*>(display_), &level, &enabled))
         return;
     bool on = level == DPMSModeOn;
-    if (displayWasOn_ && !on) {
-        // Delivered straight away: this already runs on the main loop.
+    if (on == displayWasOn_)
+        return;
+    displayWasOn_ = on;
+    // Delivered straight away: this already runs on the main loop.
+    if (!on)
         for (const auto& handler : handlers_)
             handler(displaySleepName);
-    }
-    displayWasOn_ = on;
+    for (const auto& handler : suspensionHandlers_)
+        handler(Suspension::displaySleep, !on);
 #endif
 }
 
@@ -99,8 +118,8 @@ void LinuxPowerEvents::watchSleep()
                                  "path='/org/freedesktop/login1'",
                                  [](sd_bus_message* message, void* context, sd_bus_error*) -> int {
                                      int goingToSleep = 0;
-                                     if (sd_bus_message_read(message, "b", &goingToSleep) >= 0 && goingToSleep)
-                                         static_cast<LinuxPowerEvents*>(context)->deliver(sleepSignalName);
+                                     if (sd_bus_message_read(message, "b", &goingToSleep) >= 0)
+                                         static_cast<LinuxPowerEvents*>(context)->deliverSleep(goingToSleep != 0);
                                      return 0;
                                  },
                                  this);

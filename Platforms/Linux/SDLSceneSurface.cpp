@@ -210,6 +210,22 @@ bool SDLSceneSurface::handleEvent(const SDL_Event& event)
     }
 }
 
+std::optional<bool> SDLSceneSurface::visibilityChange(const SDL_Event& event) const
+{
+    if (!window_ || event.type != SDL_WINDOWEVENT || event.window.windowID != SDL_GetWindowID(window_))
+        return std::nullopt;
+    switch (event.window.event) {
+    case SDL_WINDOWEVENT_SHOWN:
+    case SDL_WINDOWEVENT_RESTORED:
+        return true;
+    case SDL_WINDOWEVENT_HIDDEN:
+    case SDL_WINDOWEVENT_MINIMIZED:
+        return false;
+    default:
+        return std::nullopt;
+    }
+}
+
 void SDLSceneSurface::setArtwork(std::shared_ptr<const Image> image, PixelRect frame, Magnification magnification)
 {
     if (image == artwork_ && frame == frame_ && magnification == magnification_)
@@ -256,7 +272,7 @@ void SDLSceneSurface::prepareArtwork()
     const Image& source = *artwork_;
 
     bool translucent = false;
-    for (int y = 0; y < source.height && !translucent; ++y) {
+    for (int y = 0; y < source.height && !translucent && !source.opaque; ++y) {
         const std::uint8_t* row = source.row(y);
         for (int x = 0; x < source.width; ++x) {
             if (row[static_cast<std::size_t>(x) * 4 + 3] != 255) {

@@ -55,6 +55,9 @@ public:
     // Feed every SDL event through here. Returns true when the window's size
     // changed: the owner then lays the picture out again.
     bool handleEvent(const SDL_Event& event);
+    // Whether the event made the window visible (true) or hid or minimised
+    // it (false); nullopt for every other event.
+    std::optional<bool> visibilityChange(const SDL_Event& event) const;
 
     // Draws and shows a frame when anything changed since the last one.
     // Returns whether it drew.

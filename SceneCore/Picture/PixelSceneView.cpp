@@ -22,14 +22,26 @@ int roundPixel(double v) { return static_cast<int>(std::lround(v)); }
 
 } // namespace
 
-PixelSceneView::PixelSceneView(SceneSurface& surface, PosterStore& posters)
+PixelSceneView::PixelSceneView(SceneSurface& surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource)
     : surface_(surface)
     , posters_(posters)
+    , mainLoop_(mainLoop)
+    , makeSource_(std::move(makeSource))
 {
     ++liveViews;
 }
 
-PixelSceneView::~PixelSceneView() { --liveViews; }
+PixelSceneView::PixelSceneView(std::unique_ptr<SceneSurface> surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource)
+    : PixelSceneView(*surface, posters, mainLoop, std::move(makeSource))
+{
+    ownedSurface_ = std::move(surface);
+}
+
+PixelSceneView::~PixelSceneView()
+{
+    unload();
+    --liveViews;
+}
 
 int PixelSceneView::liveCount() { return liveViews.load(); }
 
@@ -45,14 +57,32 @@ void PixelSceneView::setFillsView(bool fillsView)
     layout();
 }
 
-void PixelSceneView::load(const WorldPackage& world)
+void PixelSceneView::unload()
 {
     ++*generation_;
-    world_ = world;
+    if (source_)
+        source_->invalidate();
+    source_.reset();
+    if (tick_)
+        tick_->cancel();
+    tick_.reset();
+    running_ = false;
+    world_.reset();
     poster_.reset();
     artwork_.reset();
+    showsVideo_ = false;
+    artworkFrame_.reset();
     lastLayout_.reset();
     surface_.clear();
+}
+
+void PixelSceneView::load(const WorldPackage& world)
+{
+    unload();
+    world_ = world;
+    if (auto urls = world.videoURLs(); makeSource_ && !urls.empty())
+        source_ = makeSource_(urls);
+    updateRunState();
 
     auto posterURL = world.posterURL();
     if (!posterURL) {
@@ -76,30 +106,80 @@ void PixelSceneView::load(const WorldPackage& world)
 
 void PixelSceneView::showPoster(PosterStore::EntryPtr entry)
 {
+    // The poster's edges dress the margins even once the video shows.
     poster_ = entry;
-    // Shares the entry's lifetime: the image stays while the surface shows it.
-    artwork_ = std::shared_ptr<const Image>(entry, &entry->image);
-    ++framesDisplayed_;
+    if (!showsVideo_) {
+        // Shares the entry's lifetime: the image stays while the surface shows it.
+        artwork_ = std::shared_ptr<const Image>(entry, &entry->image);
+        ++framesDisplayed_;
+    }
     layout();
 }
 
-void PixelSceneView::play() { wantsPlay_ = true; }
+void PixelSceneView::play()
+{
+    wantsPlay_ = true;
+    updateRunState();
+}
+
+void PixelSceneView::setSuspended(Suspension reason, bool suspended)
+{
+    if (suspended)
+        suspensions_ |= bit(reason);
+    else
+        suspensions_ &= ~bit(reason);
+    updateRunState();
+}
+
+void PixelSceneView::updateRunState()
+{
+    running_ = wantsPlay_ && world_.has_value() && suspensions_ == 0;
+    if (!source_)
+        return;
+    if (running_) {
+        source_->play();
+        if (!tick_) {
+            // Twice the video's rate, so each frame shows within half a
+            // frame's time of being due.
+            const double rate = std::max(source_->nominalFrameRate(), 48.0);
+            tick_ = mainLoop_.scheduleRepeating(0.5 / rate, [this] { pumpFrame(); });
+        }
+    } else {
+        source_->pause();
+        if (tick_)
+            tick_->cancel();
+        tick_.reset();
+    }
+}
 
 void PixelSceneView::pumpFrame()
 {
-    // Posters are still pictures: nothing new arrives per tick until a video
-    // source feeds this view.
+    if (!source_ || !world_)
+        return;
+    if (source_->didFail()) {
+        // Nothing will ever come: the poster stands and the tick rests.
+        if (tick_)
+            tick_->cancel();
+        tick_.reset();
+        return;
+    }
+    auto frame = source_->copyNewFrame(mainLoop_.mediaTime());
+    if (!frame)
+        return; // the last frame (or the poster) stays
+    const bool sameSize = showsVideo_ && artwork_ && artwork_->size() == frame->size();
+    artwork_ = std::move(frame);
+    showsVideo_ = true;
+    ++framesDisplayed_;
+    if (sameSize && artworkFrame_)
+        surface_.setArtwork(artwork_, *artworkFrame_, world_->manifest().visual.pixelArt ? Magnification::nearest : Magnification::linear);
+    else
+        layout();
 }
 
 void PixelSceneView::tearDown()
 {
-    ++*generation_;
     wantsPlay_ = false;
-    world_.reset();
-    poster_.reset();
-    artwork_.reset();
-    lastLayout_.reset();
-    surface_.clear();
+    unload();
 }
 
 void PixelSceneView::layout()
@@ -120,6 +200,7 @@ void PixelSceneView::layout()
     SceneLayout::Result result = SceneLayout::compute(input);
     lastLayout_ = result;
     if (result.scale <= 0) {
+        artworkFrame_.reset();
         surface_.clear();
         return;
     }
@@ -132,6 +213,7 @@ void PixelSceneView::layout()
                     roundPixel(result.frame.width() * pixelsPerPoint), roundPixel(result.frame.height() * pixelsPerPoint)};
     PixelSize view{roundPixel(input.boundsSize.width * pixelsPerPoint), roundPixel(input.boundsSize.height * pixelsPerPoint)};
 
+    artworkFrame_ = frame;
     surface_.setArtwork(artwork_, frame, visual.pixelArt ? Magnification::nearest : Magnification::linear);
     surface_.setMargins(marginBars(frame, view, visual, poster_));
 }

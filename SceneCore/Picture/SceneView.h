@@ -7,6 +7,11 @@
 
 namespace hushmeadows {
 
+// Why a scene view holds still although its owner wants it to play: it has
+// no window, the machine sleeps, the displays sleep, or its window cannot be
+// seen.
+enum class Suspension { noWindow, systemSleep, displaySleep, occluded };
+
 // The face of the picture view that the screen saver view drives:
 // PixelSceneView on every platform.
 class SceneView {
@@ -17,6 +22,9 @@ public:
     virtual void setFillsView(bool fillsView) = 0;
     virtual void load(const WorldPackage& world) = 0;
     virtual void play() = 0;
+    // Adds or removes one reason to hold still; the view plays exactly when
+    // asked to and no reason is left.
+    virtual void setSuspended(Suspension reason, bool suspended) = 0;
     // One frame tick: pull the newest decoded frame into view.
     virtual void pumpFrame() = 0;
     // Lays the picture out again, after the view's size changed.

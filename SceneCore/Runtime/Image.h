@@ -25,6 +25,9 @@ struct Image {
     std::size_t bytesPerRow = 0;
     PixelFormat format = PixelFormat::rgba8;
     std::vector<std::uint8_t> pixels;
+    // Every alpha byte is 255, as the decoder promises for video frames: a
+    // surface then never scans the pixels to find out.
+    bool opaque = false;
 
     static Image blank(int width, int height, PixelFormat format);
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -46,8 +48,13 @@ TEST(LinuxPowerEvents, LogindGoingToSleepReachesTheMainThread)
     PrivateSystemBus bus;
     ThreadRunLoop loop;
     std::vector<std::string> names;
+    std::vector<bool> asleep; // as a scene view hears it, waking included
     LinuxPowerEvents events(loop);
     events.observe([&](const std::string& name) { names.push_back(name); });
+    events.observeSuspensions([&](Suspension reason, bool suspended) {
+        if (reason == Suspension::systemSleep)
+            asleep.push_back(suspended);
+    });
     ASSERT_TRUE(events.watchesSleep());
 
     // Waking up says nothing; going to sleep does. The watcher may still be
@@ -62,6 +69,11 @@ TEST(LinuxPowerEvents, LogindGoingToSleepReachesTheMainThread)
     EXPECT_EQ(names.front(), "org.freedesktop.login1.Manager.PrepareForSleep");
     for (const auto& name : names)
         EXPECT_EQ(name, LinuxPowerEvents::sleepSignalName);
+    ASSERT_TRUE(loop.runUntil([&] {
+        bus.prepareForSleep(false);
+        return !asleep.empty() && !asleep.back();
+    }, 10.0));
+    EXPECT_TRUE(std::ranges::find(asleep, true) != asleep.end());
 }
 
 TEST(LinuxPowerEvents, MissingSourcesAreSkipped)

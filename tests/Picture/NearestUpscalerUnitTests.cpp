@@ -79,18 +79,6 @@ TEST(NearestUpscaler, EveryPixelShowsItsSourcePixelWhereverThePictureLands)
         EXPECT_TRUE(upscalesExactly(source, 4, 12, 12, x, y)) << "missing the destination at " << x << "," << y;
 }
 
-TEST(NearestUpscaler, RegionOfALargerImageIsReadThroughItsStride)
-{
-    const Plane whole(4, 4, true);
-    const ConstPixelPlane middle{whole.bytes.data() + whole.stride + 4, whole.stride, 2, 2};
-    Plane d(4, 4, false);
-    NearestUpscaler::upscale(middle, 2, d.destination(), 0, 0);
-    EXPECT_EQ(d.get(0, 0), whole.get(1, 1));
-    EXPECT_EQ(d.get(3, 0), whole.get(2, 1));
-    EXPECT_EQ(d.get(1, 3), whole.get(1, 2));
-    EXPECT_EQ(d.get(3, 3), whole.get(2, 2));
-}
-
 TEST(NearestUpscalerDeathTest, ScaleBelowOneStopsTheProcess)
 {
     const Plane source(2, 2, true);

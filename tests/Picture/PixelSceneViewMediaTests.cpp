@@ -1,6 +1,7 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
-#include "SceneCore/Picture/PixelSceneView.h"
+#include "SceneCore/Picture/PixelSceneViewFactory.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
+#include "tests/support/FakeVideoFiles.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualSerialQueue.h"
@@ -20,7 +21,6 @@ public:
     PixelRect frame;
     Magnification magnification = Magnification::linear;
     std::vector<MarginBar> bars;
-    int clears = 0;
 
     Size boundsSize() const override { return bounds; }
     double backingScale() const override { return scale; }
@@ -35,25 +35,33 @@ public:
     {
         artwork.reset();
         bars.clear();
-        ++clears;
     }
 };
 
 class PixelSceneViewTest : public ::testing::Test {
 protected:
     ManualRunLoop loop;
-    testing::ManualSerialQueue* queue = nullptr;
+    testing::ManualSerialQueue* posterQueue = nullptr;
+    testing::ManualSerialQueue* videoQueue = nullptr;
     std::unique_ptr<PosterStore> posters;
     RecordingSurface surface;
     testing::TempDir dir;
+    testing::FakeVideoFiles videos;
 
     void SetUp() override
     {
         auto owned = std::make_unique<testing::ManualSerialQueue>(PosterStore::queueLabel);
-        queue = owned.get();
+        posterQueue = owned.get();
         posters = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>());
     }
-
+    PixelSceneView::VideoSourceMaker videoMaker()
+    {
+        return [this](const std::vector<std::filesystem::path>& urls) {
+            auto owned = std::make_unique<testing::ManualSerialQueue>(LoopingVideoSource::queueLabel);
+            videoQueue = owned.get();
+            return std::make_unique<LoopingVideoSource>(urls, loop, std::move(owned), videos.opener());
+        };
+    }
     WorldPackage world(const std::string& id, std::optional<std::string> poster = "poster.png", bool pixelArt = true,
                        std::optional<std::string> matte = std::nullopt, WorldManifest::Scaling scaling = WorldManifest::Scaling::aspectFill)
     {
@@ -70,147 +78,157 @@ protected:
             testing::copyFile(testing::poster(640, 360), root / *poster);
         return WorldPackage(root, m, {});
     }
-
-    void decode()
+    // Lets decodes finish and one frame time pass.
+    void tick()
     {
-        queue->runAll();
+        for (auto* queue : {posterQueue, videoQueue})
+            if (queue)
+                queue->runAll();
         loop.runPending();
+        if (videoQueue)
+            videoQueue->runAll();
+        loop.advance(1.0 / 48);
     }
 };
 
-TEST_F(PixelSceneViewTest, FillsTheViewAtAWholeScaleWithNearestSampling)
+TEST_F(PixelSceneViewTest, PosterIsLaidOutByTheFramingWithBarsFromItsEdgesOrMatte)
 {
-    PixelSceneView view(surface, *posters);
-    surface.bounds = {1920, 1080};
-    view.load(world("calm"));
-    view.play();
-    EXPECT_EQ(surface.artwork, nullptr);
-    decode();
-    ASSERT_NE(surface.artwork, nullptr);
-    EXPECT_EQ(surface.artwork->width, 640);
-    EXPECT_EQ(surface.frame, (PixelRect{0, 0, 1920, 1080}));
-    EXPECT_EQ(surface.magnification, Magnification::nearest);
-    EXPECT_TRUE(surface.bars.empty());
-    EXPECT_EQ(view.framesDisplayed(), 1);
-    EXPECT_TRUE(view.isPlaying());
-    ASSERT_TRUE(view.lastLayout());
-    EXPECT_DOUBLE_EQ(view.lastLayout()->scale, 3.0);
-}
-
-TEST_F(PixelSceneViewTest, WholeSceneLeavesMarginsDressedWithTheEdges)
-{
-    PixelSceneView view(surface, *posters);
-    surface.bounds = {1300, 760};
-    view.setFillsView(false);
-    view.load(world("calm", "poster.png", true, std::nullopt, WorldManifest::Scaling::aspectFit));
-    decode();
-    // 2× snaps from 2.03: 1280 × 720 with the larger half of the spare pixels left and top.
-    EXPECT_EQ(surface.frame, (PixelRect{10, 20, 1280, 720}));
-    // Four edge bars, then the four corners.
-    ASSERT_EQ(surface.bars.size(), 8u);
-    const MarginBar& left = surface.bars[0];
-    EXPECT_EQ(left.rect, (PixelRect{0, 20, 10, 720}));
-    EXPECT_EQ(left.fill, MarginBar::Fill::strip);
-    EXPECT_TRUE(left.stripIsVertical);
-    EXPECT_EQ(left.spanStart, 20);
-    EXPECT_EQ(left.spanLength, 720);
-    ASSERT_NE(left.strip, nullptr);
-    EXPECT_EQ(left.strip->height, 360);
-    EXPECT_EQ(surface.bars[1].rect, (PixelRect{1290, 20, 10, 720}));
-    const MarginBar& top = surface.bars[2];
-    EXPECT_EQ(top.rect, (PixelRect{10, 0, 1280, 20}));
-    EXPECT_FALSE(top.stripIsVertical);
-    EXPECT_EQ(top.spanStart, 10);
-    EXPECT_EQ(top.spanLength, 1280);
-    EXPECT_EQ(top.strip->width, 640);
-    EXPECT_EQ(surface.bars[3].rect, (PixelRect{10, 740, 1280, 20}));
-    EXPECT_EQ(surface.bars[4].rect, (PixelRect{0, 0, 10, 20}));
-    EXPECT_EQ(surface.bars[4].fill, MarginBar::Fill::color);
-    EXPECT_EQ(surface.bars[7].rect, (PixelRect{1290, 740, 10, 20}));
-
-    // Turning pixel-perfect off lays the picture out again at once, at the
-    // exact fit scale 2.03125, with the odd spare pixel going to the top.
-    view.setPixelPerfect(false);
-    EXPECT_EQ(surface.frame, (PixelRect{0, 15, 1300, 731}));
-}
-
-TEST_F(PixelSceneViewTest, MatteColoursEveryBarAndSmoothArtIsFilteredLinearly)
-{
-    PixelSceneView view(surface, *posters);
-    surface.bounds = {1300, 760};
-    view.setFillsView(false);
-    view.load(world("lake", "poster.png", false, "#1A2B3C", WorldManifest::Scaling::aspectFit));
-    decode();
-    EXPECT_EQ(surface.magnification, Magnification::linear);
-    ASSERT_FALSE(surface.bars.empty());
-    for (const auto& bar : surface.bars) {
-        EXPECT_EQ(bar.fill, MarginBar::Fill::color);
-        EXPECT_EQ(bar.color, (ColorRGB8{0x1A, 0x2B, 0x3C}));
+    struct Case {
+        Size bounds;
+        double scale;
+        bool fills, pixelPerfect, pixelArt;
+        std::optional<std::string> matte;
+        WorldManifest::Scaling scaling;
+        PixelRect frame;
+        std::size_t bars;
+    };
+    const auto fill = WorldManifest::Scaling::aspectFill, fit = WorldManifest::Scaling::aspectFit;
+    const Case cases[] = {
+        {{1920, 1080}, 1, true, true, true, std::nullopt, fill, {0, 0, 1920, 1080}, 0},
+        {{960, 540}, 2, true, true, true, std::nullopt, fill, {0, 0, 1920, 1080}, 0}, // device pixels
+        // 2× snapped from 2.03, the larger half of the spare pixels left and top.
+        {{1300, 760}, 1, false, true, true, std::nullopt, fit, {10, 20, 1280, 720}, 8},
+        {{1300, 760}, 1, false, false, true, std::nullopt, fit, {0, 15, 1300, 731}, 2},
+        // Smooth art is never snapped to a whole scale.
+        {{1300, 760}, 1, false, true, false, "#1A2B3C", fit, {0, 15, 1300, 731}, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.frame.x + c.frame.y);
+        PixelSceneView view(surface, *posters, loop);
+        surface.bounds = c.bounds;
+        surface.scale = c.scale;
+        view.setFillsView(c.fills);
+        view.setPixelPerfect(c.pixelPerfect);
+        view.load(world("calm", "poster.png", c.pixelArt, c.matte, c.scaling));
+        view.play();
+        tick();
+        ASSERT_NE(surface.artwork, nullptr);
+        EXPECT_EQ(surface.frame, c.frame);
+        EXPECT_EQ(surface.magnification, c.pixelArt ? Magnification::nearest : Magnification::linear);
+        ASSERT_EQ(surface.bars.size(), c.bars);
+        if (c.bars == 0)
+            continue;
+        // Sides from the strips (corners in the average), or all in the matte.
+        EXPECT_EQ(surface.bars.front().fill, c.matte ? MarginBar::Fill::color : MarginBar::Fill::strip);
+        if (c.matte) {
+            EXPECT_EQ(surface.bars.front().color, (ColorRGB8{0x1A, 0x2B, 0x3C}));
+        }
+        EXPECT_EQ(view.framesDisplayed(), 1);
+        EXPECT_TRUE(view.isPlaying());
     }
-}
-
-TEST_F(PixelSceneViewTest, MarginBarsAroundACroppedOrFittedPicture)
-{
-    WorldManifest::Visual plain;
-    // A picture wider than the view overhangs on both sides: only top and bottom bars.
-    auto bars = PixelSceneView::marginBars({-50, 100, 1400, 500}, {1300, 760}, plain, nullptr);
-    ASSERT_EQ(bars.size(), 2u);
-    EXPECT_EQ(bars[0].rect, (PixelRect{0, 0, 1300, 100}));
-    EXPECT_EQ(bars[1].rect, (PixelRect{0, 600, 1300, 160}));
-    // No strips (no poster): black bars.
-    EXPECT_EQ(bars[0].fill, MarginBar::Fill::color);
-    EXPECT_EQ(bars[0].color, (ColorRGB8{0, 0, 0}));
-
-    WorldManifest::Visual autoMatte;
-    autoMatte.matte = "auto";
-    auto entry = std::make_shared<PosterStore::Entry>();
-    entry->image = Image::blank(10, 10, PixelFormat::rgba8);
-    for (std::size_t i = 0; i < entry->image.pixels.size(); i += 4) {
-        entry->image.pixels[i] = 200;
-        entry->image.pixels[i + 3] = 255;
-    }
-    entry->strips = EdgeStrips::make(entry->image, 3);
-    bars = PixelSceneView::marginBars({10, 0, 100, 100}, {120, 100}, autoMatte, entry);
-    ASSERT_EQ(bars.size(), 2u);
-    for (const auto& bar : bars)
-        EXPECT_EQ(bar.color, (ColorRGB8{200, 0, 0}));
 }
 
 TEST_F(PixelSceneViewTest, NoPosterIsSaidAndStaleDecodesAreIgnored)
 {
     testing::LogCapture log;
-    PixelSceneView view(surface, *posters);
+    PixelSceneView view(surface, *posters, loop);
     view.load(world("bare", std::nullopt));
     EXPECT_THAT(log.lines("picture"), ::testing::ElementsAre("World bare has no poster; the picture stays black until its video plays"));
-    EXPECT_EQ(surface.artwork, nullptr);
 
     // A world replaced before its poster arrives never shows it.
     view.load(world("first"));
     view.load(world("second", "other.png"));
-    queue->runAll();
-    loop.runPending();
+    tick();
     ASSERT_NE(surface.artwork, nullptr);
     EXPECT_EQ(view.framesDisplayed(), 1);
-
-    view.tearDown();
-    EXPECT_EQ(surface.artwork, nullptr);
-    EXPECT_FALSE(view.isPlaying());
 
     // A decode that completes after teardown changes nothing.
     view.load(world("third", "third.png"));
     view.tearDown();
-    decode();
+    tick();
     EXPECT_EQ(surface.artwork, nullptr);
+    EXPECT_FALSE(view.isPlaying());
 }
 
-TEST_F(PixelSceneViewTest, BackingScaleCountsDevicePixels)
+TEST_F(PixelSceneViewTest, VideoReplacesThePosterAndMovesOnTheTickUntilSuspendedOrTornDown)
 {
-    PixelSceneView view(surface, *posters);
-    surface.bounds = {960, 540};
-    surface.scale = 2;
+    videos.frames = {{"loop.mp4", 3}};
+    PixelSceneView view(surface, *posters, loop, videoMaker());
     view.load(world("calm"));
-    decode();
-    EXPECT_EQ(surface.frame, (PixelRect{0, 0, 1920, 1080}));
+    view.play();
+    EXPECT_TRUE(view.isTicking());
+    EXPECT_EQ(LoopingVideoSource::liveCount(), 1);
+    // The poster stands until the first frame; then every frame in turn.
+    posterQueue->runAll();
+    loop.runPending();
+    ASSERT_NE(surface.artwork, nullptr);
+    EXPECT_EQ(surface.artwork->width, 640);
+    std::vector<int> shown;
+    for (int i = 0; i < 7; ++i) {
+        tick();
+        shown.push_back(testing::FakeVideoFiles::identify(*surface.artwork).second);
+    }
+    EXPECT_THAT(shown, ::testing::ElementsAre(0, 1, 2, 0, 1, 2, 0));
+    EXPECT_EQ(view.loopCount(), 2);
+    // Laid out by the video's own size (2 × 1 filling 1280 × 720, cropped at the sides).
+    EXPECT_EQ(surface.frame.height, 720);
+    EXPECT_EQ(surface.frame.width, 1440);
+
+    for (auto reason : {Suspension::occluded, Suspension::displaySleep}) {
+        view.setSuspended(reason, true);
+        EXPECT_FALSE(view.isTicking());
+        EXPECT_FALSE(view.isPlaying());
+        const auto held = surface.artwork;
+        tick();
+        tick();
+        EXPECT_EQ(surface.artwork, held);
+        view.setSuspended(reason, false);
+        EXPECT_TRUE(view.isTicking());
+        tick();
+        EXPECT_NE(surface.artwork, held);
+    }
+
+    view.tearDown();
+    EXPECT_FALSE(view.isTicking());
+    EXPECT_EQ(surface.artwork, nullptr);
+    EXPECT_EQ(LoopingVideoSource::liveCount(), 0);
+    EXPECT_EQ(videos.openNow, 0);
+}
+
+TEST_F(PixelSceneViewTest, PosterStaysWhenNoVideoPlays)
+{
+    PixelSceneView view(surface, *posters, loop, videoMaker());
+    view.load(world("calm"));
+    view.play();
+    for (int i = 0; i < 3; ++i)
+        tick();
+    ASSERT_NE(surface.artwork, nullptr);
+    EXPECT_EQ(surface.artwork->width, 640);
+    EXPECT_FALSE(view.isPlaying());
+    EXPECT_FALSE(view.isTicking());
+}
+
+TEST_F(PixelSceneViewTest, FactoryViewsOwnTheirSurfacesAndAreCountedWithTheirSources)
+{
+    videos.frames = {{"loop.mp4", 3}};
+    PixelSceneViewFactory factory([](Size) { return std::make_unique<RecordingSurface>(); }, *posters, loop, videoMaker());
+    auto view = factory.makeSceneView({640, 360});
+    view->load(world("calm"));
+    EXPECT_EQ(factory.liveSceneViews(), 1);
+    EXPECT_EQ(factory.liveVideoSources(), 1);
+    view.reset();
+    EXPECT_EQ(factory.liveSceneViews(), 0);
+    EXPECT_EQ(factory.liveVideoSources(), 0);
 }
 
 } // namespace

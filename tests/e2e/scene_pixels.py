@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Pixels of a shown world, for play_poster.sh.
+"""Pixels of a shown world, for play_world.sh.
 
-  scene_pixels.py poster OUT.png WIDTH HEIGHT
+  scene_pixels.py poster OUT.ppm WIDTH HEIGHT
       writes the test poster: every pixel a different, known colour.
   scene_pixels.py check SHOT.rgb SCREEN_WxH WINDOW_X,Y,WxH POSTER_WxH OPTIONS...
       checks a screenshot (raw 8-bit RGB of the whole screen) against what the
@@ -16,9 +16,7 @@ the corners in the strips' average colour.
 """
 
 import math
-import struct
 import sys
-import zlib
 
 DEPTH = 3  # edge band depth of the poster store
 
@@ -31,20 +29,10 @@ def poster_pixels(width, height):
     return [[poster_pixel(x, y) for x in range(width)] for y in range(height)]
 
 
-def write_png(path, width, height):
-    raw = bytearray()
-    for y in range(height):
-        raw.append(0)  # no filter
-        for x in range(width):
-            raw.extend(poster_pixel(x, y) + (255,))
-
-    def chunk(kind, data):
-        body = kind + data
-        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body) & 0xFFFFFFFF)
-
-    header = struct.pack(">IIBBBBB", width, height, 8, 6, 0, 0, 0)
+def write_ppm(path, width, height):
     with open(path, "wb") as out:
-        out.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(bytes(raw))) + chunk(b"IEND", b""))
+        out.write(b"P6 %d %d 255\n" % (width, height))
+        out.write(bytes(c for y in range(height) for x in range(width) for c in poster_pixel(x, y)))
 
 
 def round_half_away(v):
@@ -208,7 +196,7 @@ def check(args):
 
 def main():
     if len(sys.argv) >= 5 and sys.argv[1] == "poster":
-        write_png(sys.argv[2], int(sys.argv[3]), int(sys.argv[4]))
+        write_ppm(sys.argv[2], int(sys.argv[3]), int(sys.argv[4]))
     elif len(sys.argv) >= 6 and sys.argv[1] == "check":
         check(sys.argv[2:])
     else:

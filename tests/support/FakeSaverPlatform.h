@@ -80,6 +80,7 @@ public:
     void load(const WorldPackage& world) override;
     void play() override;
     void pumpFrame() override;
+    void setSuspended(Suspension, bool) override {}
     void layout() override { ++layouts; }
     void tearDown() override;
     bool isPlaying() const override { return playing; }

@@ -1,0 +1,335 @@
+#include "SceneCore/Picture/LoopingVideoSource.h"
+
+#include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/Precondition.h"
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace hushmeadows {
+
+namespace {
+
+std::atomic<int> liveSources{0};
+
+// Frame rate assumed for timing when a file states none.
+constexpr double fallbackFrameRate = 48;
+// A frame this late is not chased: after a stall (a busy machine, a stopped
+// process) the clock moves to the frame instead of racing through a backlog.
+constexpr double lateLimit = 0.25;
+// Frame times are sums of decoder timestamps; allow for their rounding.
+constexpr double timeSlack = 1e-6;
+
+std::string fileName(const std::filesystem::path& path) { return path.filename().string(); }
+
+// One decoded frame on the source's timeline (seconds from the start of the
+// first item), with the item it belongs to.
+struct TimedFrame {
+    std::shared_ptr<const Image> image;
+    double time = 0;
+    long item = 0;
+    int urlIndex = 0;
+};
+
+} // namespace
+
+// What the main thread and the decoding queue share. The queue alone touches
+// the decoder state; the rest is guarded by the mutex.
+struct LoopingVideoSource::Pipeline {
+    std::vector<std::filesystem::path> urls;
+    VideoFileOpener open;
+    std::atomic<bool> cancelled{false};
+    std::atomic<bool> decodingScheduled{false};
+
+    std::mutex mutex;
+    std::deque<TimedFrame> ready;
+    // Files the main thread queued for the decoder (indices into urls).
+    std::deque<int> upcoming;
+    // Single-file mode: the one file loops instead of taking from upcoming.
+    bool loops = false;
+
+    // The decoder, on the queue only.
+    ImagePool pool;
+    std::unique_ptr<VideoFile> file;
+    int urlIndex = 0;
+    long item = -1;
+    double itemStart = 0; // timeline time of the current item's first frame
+    double frameInterval = 1 / fallbackFrameRate;
+    std::optional<double> firstTime;
+    double lastTime = 0;
+
+    void decode();
+    bool startNextItem();
+    void endItem();
+};
+
+bool LoopingVideoSource::Pipeline::startNextItem()
+{
+    for (;;) {
+        int next = 0;
+        {
+            std::lock_guard lock(mutex);
+            if (upcoming.empty())
+                return false;
+            next = upcoming.front();
+            upcoming.pop_front();
+        }
+        auto opened = open(urls[static_cast<std::size_t>(next)]);
+        if (!opened) {
+            // It played when the source was prepared; it is skipped now.
+            Log::video.error("No playable video in %{public}s", fileName(urls[static_cast<std::size_t>(next)]));
+            continue;
+        }
+        file = std::move(*opened);
+        urlIndex = next;
+        double rate = file->frameRate();
+        frameInterval = 1 / (rate > 0 ? rate : fallbackFrameRate);
+        firstTime.reset();
+        ++item;
+        return true;
+    }
+}
+
+void LoopingVideoSource::Pipeline::endItem()
+{
+    // The next item's first frame follows the last frame after one frame's time.
+    if (firstTime)
+        itemStart += lastTime - *firstTime + frameInterval;
+    const bool hadFrames = firstTime.has_value();
+    firstTime.reset();
+    if (loops && hadFrames && file->rewind()) {
+        ++item;
+        return;
+    }
+    file.reset();
+}
+
+void LoopingVideoSource::Pipeline::decode()
+{
+    decodingScheduled.store(false);
+    while (!cancelled.load()) {
+        {
+            std::lock_guard lock(mutex);
+            if (ready.size() >= framesAhead)
+                return;
+        }
+        if (!file && !startNextItem())
+            return;
+        auto frame = file->readFrame(pool);
+        if (!frame) {
+            Log::video.error("Decoding %{public}s stopped: %{private}s", fileName(urls[static_cast<std::size_t>(urlIndex)]), frame.error());
+            // A broken pass must not spin a single file forever.
+            if (loops && !firstTime)
+                loops = false;
+            endItem();
+            continue;
+        }
+        if (!*frame) {
+            if (loops && !firstTime)
+                loops = false;
+            endItem();
+            continue;
+        }
+        const double time = (*frame)->presentationTime;
+        if (!firstTime) {
+            firstTime = time;
+            lastTime = time;
+        }
+        lastTime = std::max(lastTime, time);
+        if (time < *firstTime)
+            continue; // a frame before the item's start is never shown
+        std::lock_guard lock(mutex);
+        ready.push_back({std::move((*frame)->image), itemStart + (time - *firstTime), item, urlIndex});
+    }
+    // Invalidated: let the file go here, on the queue that used it.
+    file.reset();
+}
+
+LoopingVideoSource::LoopingVideoSource(std::vector<std::filesystem::path> urls, RunLoop& mainLoop, std::unique_ptr<SerialQueue> decodeQueue,
+                                       VideoFileOpener open)
+    : urls_(std::move(urls))
+    , mainLoop_(mainLoop)
+    , pipeline_(std::make_shared<Pipeline>())
+    , self_(std::make_shared<LoopingVideoSource*>(this))
+    , decodeQueue_(std::move(decodeQueue))
+{
+    HM_PRECONDITION(!urls_.empty(), "a video source needs at least one file");
+    ++liveSources;
+    pipeline_->urls = urls_;
+    pipeline_->open = std::move(open);
+
+    std::weak_ptr<LoopingVideoSource*> self = self_;
+    decodeQueue_->async([pipeline = pipeline_, self, loop = &mainLoop_] {
+        std::vector<int> playable;
+        double frameRate = 0;
+        for (std::size_t index = 0; index < pipeline->urls.size(); ++index) {
+            if (pipeline->cancelled.load())
+                return;
+            auto file = pipeline->open(pipeline->urls[index]);
+            bool usable = file && (*file)->pixelSize().width > 0 && (*file)->pixelSize().height > 0;
+            if (usable) {
+                // Playable means a first frame actually decodes.
+                auto first = (*file)->readFrame(pipeline->pool);
+                usable = first && first->has_value();
+            }
+            if (!usable) {
+                Log::video.error("No playable video in %{public}s", fileName(pipeline->urls[index]));
+                continue;
+            }
+            if (playable.empty())
+                frameRate = (*file)->frameRate();
+            playable.push_back(static_cast<int>(index));
+        }
+        loop->post([self, playable = std::move(playable), frameRate] {
+            if (auto source = self.lock())
+                (*source)->prepare(playable, frameRate);
+        });
+    });
+}
+
+LoopingVideoSource::~LoopingVideoSource()
+{
+    invalidate();
+    --liveSources;
+}
+
+int LoopingVideoSource::liveCount() { return liveSources.load(); }
+
+void LoopingVideoSource::prepare(const std::vector<int>& playable, double frameRate)
+{
+    if (isInvalidated_)
+        return;
+    if (frameRate > 0)
+        nominalFrameRate_ = frameRate;
+    if (playable.empty()) {
+        didFail_ = true;
+        return;
+    }
+    if (playable.size() == 1) {
+        std::lock_guard lock(pipeline_->mutex);
+        pipeline_->loops = true;
+        pipeline_->upcoming.push_back(playable.front());
+    } else {
+        playlist_ = playable;
+        order_.emplace(static_cast<int>(playlist_.size()));
+        topUpQueue();
+    }
+    prepared_ = true;
+    scheduleDecoding();
+}
+
+void LoopingVideoSource::topUpQueue()
+{
+    if (isInvalidated_ || !order_)
+        return;
+    while (queue_.size() < maxQueuedItems) {
+        const int urlIndex = playlist_[static_cast<std::size_t>(order_->next())];
+        queue_.push_back(urlIndex);
+        std::lock_guard lock(pipeline_->mutex);
+        pipeline_->upcoming.push_back(urlIndex);
+    }
+    scheduleDecoding();
+}
+
+void LoopingVideoSource::scheduleDecoding()
+{
+    if (isInvalidated_ || pipeline_->decodingScheduled.exchange(true))
+        return;
+    decodeQueue_->async([pipeline = pipeline_] { pipeline->decode(); });
+}
+
+void LoopingVideoSource::play()
+{
+    if (isInvalidated_ || wantsPlay_)
+        return;
+    wantsPlay_ = true;
+    // The clock goes on from where pause() stopped it.
+    if (position_)
+        anchor_ = mainLoop_.mediaTime() - *position_;
+}
+
+void LoopingVideoSource::pause()
+{
+    if (isInvalidated_)
+        return;
+    if (wantsPlay_ && anchor_)
+        position_ = mainLoop_.mediaTime() - *anchor_;
+    wantsPlay_ = false;
+    anchor_.reset();
+}
+
+std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
+{
+    if (!isPlaying())
+        return nullptr;
+    std::vector<TimedFrame> due;
+    bool wantsMore = false;
+    {
+        std::lock_guard lock(pipeline_->mutex);
+        auto& ready = pipeline_->ready;
+        if (!ready.empty()) {
+            if (!anchor_)
+                anchor_ = hostTime - position_.value_or(ready.front().time);
+            const double now = hostTime - *anchor_;
+            while (!ready.empty() && ready.front().time <= now + timeSlack) {
+                due.push_back(std::move(ready.front()));
+                ready.pop_front();
+            }
+        }
+        wantsMore = ready.size() < framesAhead;
+    }
+    if (wantsMore)
+        scheduleDecoding();
+    if (due.empty())
+        return nullptr;
+    // Every item passed counts, even one too short to be seen.
+    for (const TimedFrame& frame : due) {
+        if (frame.item != lastCurrentItem_) {
+            currentItemChanged(frame.urlIndex);
+            lastCurrentItem_ = frame.item;
+        }
+    }
+    const TimedFrame& newest = due.back();
+    if (hostTime - *anchor_ - newest.time > lateLimit)
+        anchor_ = hostTime - newest.time;
+    return newest.image;
+}
+
+void LoopingVideoSource::currentItemChanged(int urlIndex)
+{
+    // The first item to become current completes nothing.
+    if (lastCurrentItem_) {
+        ++completedItems_;
+        if (!queue_.empty())
+            queue_.pop_front();
+    }
+    variationsPlayed_.push_back(urlIndex);
+    if (variationsPlayed_.size() > historyLimit)
+        variationsPlayed_.pop_front();
+    Log::video.info("Playing %{public}s", fileName(urls_[static_cast<std::size_t>(urlIndex)]));
+    topUpQueue();
+}
+
+void LoopingVideoSource::invalidate()
+{
+    if (isInvalidated_)
+        return;
+    isInvalidated_ = true;
+    wantsPlay_ = false;
+    pipeline_->cancelled.store(true);
+    {
+        std::lock_guard lock(pipeline_->mutex);
+        pipeline_->ready.clear();
+        pipeline_->upcoming.clear();
+    }
+    order_.reset();
+    playlist_.clear();
+    queue_.clear();
+    // Lets the decoder close its file on its own queue; nothing waits for it.
+    decodeQueue_->async([pipeline = pipeline_] { pipeline->decode(); });
+}
+
+} // namespace hushmeadows

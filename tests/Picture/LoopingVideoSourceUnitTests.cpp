@@ -1,0 +1,153 @@
+#include "SceneCore/Picture/LoopingVideoSource.h"
+#include "SceneCore/Runtime/ManualRunLoop.h"
+#include "tests/support/FakeVideoFiles.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManualSerialQueue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace hushmeadows {
+namespace {
+
+using ::testing::ElementsAre;
+using Shown = std::pair<int, int>; // {file number, frame index}
+
+class LoopingVideoSourceTest : public ::testing::Test {
+protected:
+    ManualRunLoop loop;
+    testing::ManualSerialQueue* queue = nullptr;
+    testing::FakeVideoFiles files;
+    testing::LogCapture log;
+    std::unique_ptr<LoopingVideoSource> source;
+
+    void make(std::vector<std::filesystem::path> urls)
+    {
+        auto owned = std::make_unique<testing::ManualSerialQueue>(LoopingVideoSource::queueLabel);
+        queue = owned.get();
+        source = std::make_unique<LoopingVideoSource>(std::move(urls), loop, std::move(owned), files.opener());
+    }
+    // Lets the queue and the main thread catch up with each other.
+    void settle()
+    {
+        for (int i = 0; i < 3; ++i) {
+            queue->runAll();
+            loop.runPending();
+        }
+    }
+    // One frame time later: what the source hands out then.
+    std::optional<Shown> step()
+    {
+        settle();
+        loop.advance(1 / files.rate);
+        auto image = source->copyNewFrame(loop.mediaTime());
+        return image ? std::optional(testing::FakeVideoFiles::identify(*image)) : std::nullopt;
+    }
+    std::vector<std::string> lines(std::string_view prefix) const
+    {
+        std::vector<std::string> found;
+        for (const auto& line : log.lines("video"))
+            if (line.find(prefix) != std::string::npos)
+                found.push_back(line.substr(line.find(prefix)));
+        return found;
+    }
+};
+
+TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyAndPauseHoldsThePicture)
+{
+    files.frames = {{"a.mp4", 4}};
+    make({"a.mp4"});
+    source->play();
+    EXPECT_EQ(source->copyNewFrame(loop.mediaTime()), nullptr);
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_EQ(step(), Shown(0, 0));
+    EXPECT_TRUE(source->isPlaying());
+    EXPECT_EQ(step(), Shown(0, 1));
+    source->pause();
+    EXPECT_EQ(step(), std::nullopt);
+    loop.advance(5);
+    source->play();
+    // Play goes on where it paused: nothing skipped, nothing repeated.
+    EXPECT_EQ(step(), Shown(0, 2));
+}
+
+TEST_F(LoopingVideoSourceTest, InvalidateDuringLoadingPreparesNothingAndClosesEverything)
+{
+    files.frames = {{"a.mp4", 4}, {"b.mp4", 4}};
+    make({"a.mp4", "b.mp4"});
+    source->play();
+    source->invalidate();
+    settle();
+    EXPECT_FALSE(source->isPrepared());
+    EXPECT_FALSE(source->didFail());
+    EXPECT_EQ(step(), std::nullopt);
+    EXPECT_EQ(files.openNow, 0);
+    EXPECT_TRUE(lines("Playing").empty());
+}
+
+TEST_F(LoopingVideoSourceTest, OneFileLoopsSeamlesslyAndEveryUnplayableFileIsNamedOnceOrFails)
+{
+    struct Case {
+        std::vector<std::filesystem::path> urls;
+        std::vector<std::string> dropped;
+    };
+    const Case cases[] = {
+        {{"a.mp4"}, {}},
+        // One good file among bad ones falls back to looping that file.
+        {{"gone.mp4", "a.mp4", "empty.mp4"}, {"No playable video in gone.mp4", "No playable video in empty.mp4"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.urls.size());
+        log.clear();
+        files.frames = {{"a.mp4", 3}, {"empty.mp4", 0}};
+        make(c.urls);
+        source->play();
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(step(), Shown(0, i % 3)) << "frame time " << i;
+        EXPECT_EQ(source->loopCount(), 3);
+        EXPECT_EQ(lines("No playable"), c.dropped);
+        EXPECT_EQ(source->variationsPlayed().size(), 4u);
+        EXPECT_EQ(source->queuedItemCount(), 0u);
+    }
+    // None playable: failed, and nothing ever comes.
+    log.clear();
+    make({"gone.mp4", "empty.mp4"});
+    source->play();
+    EXPECT_EQ(step(), std::nullopt);
+    EXPECT_TRUE(source->didFail());
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in gone.mp4", "No playable video in empty.mp4"));
+}
+
+TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndABoundedQueue)
+{
+    files.frames = {{"a.mp4", 2}, {"b.mp4", 3}, {"c.mp4", 1}};
+    make({"a.mp4", "b.mp4", "c.mp4"});
+    source->play();
+    std::vector<Shown> shown;
+    for (int i = 0; i < 200; ++i) {
+        auto frame = step();
+        ASSERT_TRUE(frame) << "a frame went missing at step " << i;
+        shown.push_back(*frame);
+        EXPECT_LE(source->queuedItemCount(), LoopingVideoSource::maxQueuedItems);
+        EXPECT_LE(files.openNow, 1);
+    }
+    // Cut into items: each plays all its frames in order, and no item follows itself.
+    std::vector<int> items;
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        if (shown[i].second == 0)
+            items.push_back(shown[i].first);
+        else
+            EXPECT_EQ(shown[i], Shown(shown[i - 1].first, shown[i - 1].second + 1)) << "at " << i;
+    }
+    for (std::size_t i = 1; i < items.size(); ++i)
+        EXPECT_NE(items[i], items[i - 1]) << "item " << i;
+    // The file numbers of FakeVideoFiles follow the names, as urls do here.
+    EXPECT_EQ(std::vector<int>(source->variationsPlayed().begin(), source->variationsPlayed().end()), items);
+    EXPECT_EQ(source->loopCount(), static_cast<long>(items.size()) - 1);
+    EXPECT_EQ(lines("Playing").size(), items.size());
+    EXPECT_LE(files.mostOpen, 1);
+}
+
+} // namespace
+} // namespace hushmeadows
