@@ -78,6 +78,9 @@ std::shared_ptr<PCMBuffer> readWhole(AudioFile& file, const std::string& name, c
         return nullptr;
     }
     std::vector<std::vector<float>> planes(static_cast<std::size_t>(format.channelCount));
+    // The stated length only sizes the first reservation, never past the limit.
+    for (auto& plane : planes)
+        plane.reserve(static_cast<std::size_t>(std::clamp<std::int64_t>(file.length(), 0, limit)));
     std::int64_t decoded = 0;
     file.setFramePosition(0);
     for (;;) {
