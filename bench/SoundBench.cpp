@@ -1,4 +1,4 @@
-// The software audio graph's offline render speed, and the memory that
+// The mixer's offline render speed, and the memory that
 // streaming a long music file costs against decoding it whole. Run from a
 // Release build; the memory comparison generates a 30-minute FLAC file once
 // (about half a minute of ffmpeg) and decodes it twice.
@@ -6,7 +6,6 @@
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "SceneCore/Sound/LoopStreamer.h"
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/ManualSerialQueue.h"
 #include "tests/support/OfflineAudio.h"
@@ -55,29 +54,19 @@ void BM_OfflineRenderFourPlayers(benchmark::State& state)
 {
     auto quantum = static_cast<std::uint32_t>(state.range(0));
     ManualRunLoop loop;
-    SoftwareAudioEngine engine(loop, nullptr);
-    if (!engine.enableManualRenderingMode(AudioFormat{rate, 2}, quantum) || !engine.start()) {
-        state.SkipWithError("manual rendering unavailable");
-        return;
-    }
-    std::vector<std::shared_ptr<AudioPlayerNode>> players;
+    kit::OfflineMixer offline(loop, rate, quantum);
+    std::vector<std::shared_ptr<AudioPlayer>> players;
     for (std::uint32_t i = 0; i < 4; ++i) {
-        auto node = engine.makePlayerNode();
-        engine.attach(node);
-        engine.connect(*node, AudioFormat{rate, 2});
-        node->scheduleBuffer(noise(48'000 + 7'919 * i, 2463534242u + i), AudioPlayerNode::loops);
-        node->setVolume(0.3f + 0.1f * static_cast<float>(i));
-        node->play();
-        players.push_back(node);
+        auto player = offline.mixer().addPlayer();
+        player->scheduleBuffer(noise(48'000 + 7'919 * i, 2463534242u + i), AudioPlayer::loops);
+        player->setVolume(0.3f + 0.1f * static_cast<float>(i));
+        player->play();
+        players.push_back(player);
     }
-    engine.mainMixerNode().setOutputVolume(0.8f);
-    PCMBuffer out(AudioFormat{rate, 2}, quantum);
+    offline.mixer().setOutputVolume(0.8f);
     for (auto _ : state) {
-        if (!engine.renderOffline(quantum, out)) {
-            state.SkipWithError("render failed");
-            break;
-        }
-        benchmark::DoNotOptimize(out.channelData(0));
+        auto out = offline.render(quantum);
+        benchmark::DoNotOptimize(out.left.data());
         benchmark::ClobberMemory();
     }
     // Seconds of sound per second of work: how many times faster than real time.
@@ -112,7 +101,7 @@ void BM_StreamThirtyMinutes(benchmark::State& state)
         std::int64_t before = residentBytes();
         std::int64_t peak = before;
         ManualRunLoop loop;
-        kit::OfflineGraph graph(loop, rate, 4096);
+        kit::OfflineMixer graph(loop, rate, 4096);
         auto queue = std::make_unique<kit::ManualSerialQueue>(LoopStreamer::queueLabel);
         auto* streamQueue = queue.get();
         auto made = LoopStreamer::make(path, &FFmpegAudioFile::open, rate, std::move(queue));
@@ -120,17 +109,14 @@ void BM_StreamThirtyMinutes(benchmark::State& state)
             state.SkipWithError(made.error().c_str());
             return;
         }
-        auto node = graph.addPlayer();
+        auto node = graph.mixer().addPlayer();
         node->play();
         (*made)->start(node, 0);
         streamQueue->runAll();
-        PCMBuffer out(AudioFormat{rate, 2}, 4096);
         std::int64_t remaining = (*made)->length();
         std::int64_t quanta = 0;
         while (remaining > 0) {
-            if (!graph.engine().renderOffline(4096, out))
-                break;
-            loop.runPending();
+            graph.render(4096);
             streamQueue->runAll();
             remaining -= 4096;
             if (++quanta % 64 == 0)

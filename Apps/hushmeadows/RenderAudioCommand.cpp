@@ -9,7 +9,6 @@
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "SceneCore/Settings/SettingsStore.h"
 #include "SceneCore/Sound/FloatWavWriter.h"
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
 #include "SceneCore/Sound/StudioMusic.h"
 
 #include <charconv>
@@ -100,7 +99,7 @@ int runRenderAudioCommand(const std::vector<std::string>& arguments, const Media
     SaverAudio::Services services{
         AmbientAudioEngine::Services{
             loop,
-            [&loop] { return std::make_unique<SoftwareAudioEngine>(loop, nullptr, sampleRate); },
+            {}, // the offline format below gives every session an offline output
             FFmpegAudioFile::open,
             // Decoding runs at once; its result still comes back through the loop.
             [](std::function<void()> work) { work(); },

@@ -2,7 +2,7 @@
 
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "Platforms/Linux/SDLAudioOutput.h"
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
+#include "SceneCore/Sound/AudioMixer.h"
 #include "SceneCore/Sound/StudioMusic.h"
 
 #include <chrono>
@@ -18,14 +18,12 @@ LinuxSaverAudio::LinuxSaverAudio(RunLoop& mainLoop, const MediaProbe& media)
     SaverAudio::Services services{
         AmbientAudioEngine::Services{
             mainLoop,
-            [&mainLoop] {
-                return std::make_unique<SoftwareAudioEngine>(mainLoop, std::make_shared<SDLAudioOutput>(), SoftwareAudioEngine::defaultSampleRate);
-            },
+            [] { return std::make_shared<SDLAudioOutput>(); },
             FFmpegAudioFile::open,
             [loading](std::function<void()> work) { loading->async(std::move(work)); },
             [](const std::string& label) { return std::make_unique<ThreadSerialQueue>(label); },
             [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); },
-            SoftwareAudioEngine::defaultSampleRate,
+            AudioMixer::defaultSampleRate,
             std::nullopt,
             {},
         },

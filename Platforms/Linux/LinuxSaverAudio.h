@@ -10,7 +10,7 @@
 
 namespace hushmeadows {
 
-// The saver's sound on Linux: the software graph pulled by an SDL2 audio
+// The saver's sound on Linux: the portable mixer pulled by an SDL2 audio
 // device, files read through FFmpeg, decoding on a worker thread, long music
 // on streamer threads, and logind/DPMS cutting the sound.
 class LinuxSaverAudio {

@@ -54,13 +54,6 @@ std::string fileName(const std::filesystem::path& url) { return url.filename().s
 
 std::string nameOrNone(const std::optional<std::filesystem::path>& url) { return url ? fileName(*url) : std::string("none"); }
 
-AudioFormat formatOf(const AmbientAudioEngine::MusicSource& source)
-{
-    if (const auto* buffer = std::get_if<std::shared_ptr<PCMBuffer>>(&source))
-        return (*buffer)->format();
-    return std::get<std::shared_ptr<LoopStreamer>>(source)->format();
-}
-
 std::shared_ptr<LoopStreamer> streamerOf(const std::optional<AmbientAudioEngine::MusicSource>& source)
 {
     if (!source)
@@ -71,28 +64,51 @@ std::shared_ptr<LoopStreamer> streamerOf(const std::optional<AmbientAudioEngine:
 }
 
 // Decodes the whole of an open file into one buffer.
-std::shared_ptr<PCMBuffer> readWhole(AudioFile& file, const std::string& name)
+// Decodes a file whole, a second at a time: what the header says of its
+// length is not trusted, memory grows only with frames that really decode, and
+// never past the limit. Nothing (and no log) once cancelled.
+std::shared_ptr<PCMBuffer> readWhole(AudioFile& file, const std::string& name, const std::atomic<bool>& cancelled)
 {
-    std::int64_t length = file.length();
-    if (length < 0 || length > std::numeric_limits<std::uint32_t>::max()) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file is too long to decode whole"));
+    AudioFormat format = file.processingFormat();
+    auto limit = static_cast<std::int64_t>(AmbientAudioEngine::wholeDecodeLimit * format.sampleRate);
+    auto chunkFrames = static_cast<std::uint32_t>(std::max(1.0, format.sampleRate));
+    auto chunk = PCMBuffer::make(format, chunkFrames);
+    if (!chunk) {
+        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file's format cannot be decoded"));
         return nullptr;
     }
-    auto frames = static_cast<std::uint32_t>(length);
-    auto buffer = PCMBuffer::make(file.processingFormat(), frames);
-    if (!buffer) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("not enough memory for the decoded file"));
-        return nullptr;
-    }
+    std::vector<std::vector<float>> planes(static_cast<std::size_t>(format.channelCount));
+    // The stated length only sizes the first reservation, never past the limit.
+    for (auto& plane : planes)
+        plane.reserve(static_cast<std::size_t>(std::clamp<std::int64_t>(file.length(), 0, limit)));
+    std::int64_t decoded = 0;
     file.setFramePosition(0);
-    if (auto result = file.read(*buffer, frames); !result) {
-        Log::audio.error("Could not read %{public}s: %{private}s", name, result.error());
-        return nullptr;
+    for (;;) {
+        if (cancelled.load(std::memory_order_relaxed))
+            return nullptr;
+        if (auto result = file.read(*chunk, chunkFrames); !result) {
+            Log::audio.error("Could not read %{public}s: %{private}s", name, result.error());
+            return nullptr;
+        }
+        std::uint32_t count = chunk->frameLength();
+        if (decoded + count > limit) {
+            Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the sound is too long to hold whole"));
+            return nullptr;
+        }
+        for (std::size_t c = 0; c < planes.size(); ++c)
+            planes[c].insert(planes[c].end(), chunk->channelData(static_cast<int>(c)), chunk->channelData(static_cast<int>(c)) + count);
+        decoded += count;
+        if (count < chunkFrames)
+            break;
     }
-    if (buffer->frameLength() == 0) {
+    auto buffer = decoded > 0 ? PCMBuffer::make(format, static_cast<std::uint32_t>(decoded)) : nullptr;
+    if (!buffer) {
         Log::audio.error("Could not read %{public}s: %{private}s", name, std::string("the file holds no sound"));
         return nullptr;
     }
+    for (std::size_t c = 0; c < planes.size(); ++c)
+        std::copy(planes[c].begin(), planes[c].end(), buffer->channelData(static_cast<int>(c)));
+    buffer->setFrameLength(static_cast<std::uint32_t>(decoded));
     return buffer;
 }
 
@@ -148,7 +164,7 @@ AmbientAudioEngine::AmbientAudioEngine(Services services)
     , offlineFormat_(services_.offlineFormat)
     , self_(std::make_shared<AmbientAudioEngine*>(this))
 {
-    HM_PRECONDITION(services_.makeEngine != nullptr, "the ambient audio engine needs a way to make graph engines");
+    HM_PRECONDITION(services_.makeOutput != nullptr || services_.offlineFormat, "the ambient audio engine needs an output to play through");
     HM_PRECONDITION(services_.openFile != nullptr, "the ambient audio engine needs a way to open audio files");
     HM_PRECONDITION(services_.runInBackground != nullptr, "the ambient audio engine needs a way to decode in the background");
     HM_PRECONDITION(services_.makeSerialQueue != nullptr, "the ambient audio engine needs queues for streamed music");
@@ -173,7 +189,7 @@ double AmbientAudioEngine::graphSampleRate() const
 
 AmbientAudioEngine::Decoder AmbientAudioEngine::decoder() const
 {
-    return Decoder{services_.openFile, graphSampleRate(), services_.makeSerialQueue};
+    return Decoder{services_.openFile, graphSampleRate(), services_.makeSerialQueue, decodesCancelled_};
 }
 
 // MARK: - Decoding
@@ -192,7 +208,7 @@ std::optional<AmbientAudioEngine::MusicSource> AmbientAudioEngine::openMusic(con
     }
     double duration = static_cast<double>((*file)->length()) / (*file)->processingFormat().sampleRate;
     if (!(duration > streamingThreshold)) {
-        auto buffer = readWhole(**file, name);
+        auto buffer = readWhole(**file, name, *decoder.cancelled);
         if (!buffer)
             return std::nullopt;
         return MusicSource{std::move(buffer)};
@@ -217,7 +233,7 @@ std::shared_ptr<PCMBuffer> AmbientAudioEngine::read(const Decoder& decoder, cons
         Log::audio.error("Could not read %{public}s: %{private}s", name, file.error());
         return nullptr;
     }
-    return readWhole(**file, name);
+    return readWhole(**file, name, *decoder.cancelled);
 }
 
 // MARK: - Starting
@@ -277,12 +293,9 @@ void AmbientAudioEngine::start(const WorldPackage& world, const std::optional<st
     });
 }
 
-std::shared_ptr<AudioPlayerNode> AmbientAudioEngine::makeNode(const AudioFormat& format)
+std::shared_ptr<AudioPlayer> AmbientAudioEngine::makeNode()
 {
-    auto node = engine_->makePlayerNode();
-    engine_->attach(node);
-    engine_->connect(*node, format);
-    return node;
+    return engine_->addPlayer();
 }
 
 void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
@@ -298,31 +311,33 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
         return;
     }
 
-    engine_ = services_.makeEngine();
-    HM_PRECONDITION(engine_ != nullptr, "the graph engine factory made no engine");
+    std::shared_ptr<AudioOutput> output;
     if (offlineFormat_) {
-        if (auto manual = engine_->enableManualRenderingMode(*offlineFormat_, offlineMaximumFrameCount); !manual)
-            Log::audio.error("Offline rendering unavailable: %{private}s", manual.error());
+        offlineOutput_ = std::make_shared<OfflineAudioOutput>(offlineMaximumFrameCount);
+        output = offlineOutput_;
+    } else {
+        output = services_.makeOutput();
     }
+    HM_PRECONDITION(output != nullptr, "the output factory made no output");
+    engine_ = std::make_unique<AudioMixer>(services_.mainLoop, std::move(output), graphSampleRate());
 
     if (sources.music) {
         musicSource_ = sources.music;
-        musicNode_ = makeNode(formatOf(*musicSource_));
+        musicNode_ = makeNode();
     } else {
         musicURL_.reset();
     }
     if (sources.ambience) {
         ambienceBuffer_ = sources.ambience;
-        ambienceNode_ = makeNode(ambienceBuffer_->format());
+        ambienceNode_ = makeNode();
     } else {
         ambienceURL_.reset();
     }
 
-    engine_->mainMixerNode().setOutputVolume(0);
-    engine_->prepare();
+    engine_->setOutputVolume(0);
     ++activeEngines_;
     applyChannelVolumes();
-    // Recovery may tear the graph engine down; it runs on a later turn of the
+    // Recovery may tear the mixer down; it runs on a later turn of the
     // loop, never inside the engine's own notification.
     configObserver_ = engine_->observeConfigurationChange([weak = weakSelf(), loop = &services_.mainLoop, engine = engine_.get(),
                                                            generation = generation_] {
@@ -369,7 +384,7 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
     }
 }
 
-void AmbientAudioEngine::playMusic(const std::shared_ptr<AudioPlayerNode>& node, const MusicSource& source, std::int64_t frame,
+void AmbientAudioEngine::playMusic(const std::shared_ptr<AudioPlayer>& node, const MusicSource& source, std::int64_t frame,
                                    const std::shared_ptr<PCMBuffer>& leadIn)
 {
     if (auto streamer = std::get_if<std::shared_ptr<LoopStreamer>>(&source)) {
@@ -378,14 +393,14 @@ void AmbientAudioEngine::playMusic(const std::shared_ptr<AudioPlayerNode>& node,
     } else {
         if (leadIn)
             node->scheduleBuffer(leadIn);
-        node->scheduleBuffer(std::get<std::shared_ptr<PCMBuffer>>(source), AudioPlayerNode::loops);
+        node->scheduleBuffer(std::get<std::shared_ptr<PCMBuffer>>(source), AudioPlayer::loops);
     }
     node->play();
 }
 
-void AmbientAudioEngine::playAmbience(AudioPlayerNode& node, const std::shared_ptr<PCMBuffer>& buffer)
+void AmbientAudioEngine::playAmbience(AudioPlayer& node, const std::shared_ptr<PCMBuffer>& buffer)
 {
-    node.scheduleBuffer(buffer, AudioPlayerNode::loops);
+    node.scheduleBuffer(buffer, AudioPlayer::loops);
     node.play();
 }
 
@@ -432,7 +447,7 @@ void AmbientAudioEngine::fadeMaster(float target, double duration, std::function
     cancelFade();
     if (!engine_)
         return;
-    float current = engine_->mainMixerNode().outputVolume();
+    float current = engine_->outputVolume();
     if (duration > 0 && current != target) {
         fade_ = Fade{current, target, services_.mainLoop.mediaTime(), duration, std::move(completion)};
         fadeTimer_ = services_.mainLoop.scheduleRepeating(fadeInterval, [weak = weakSelf()] {
@@ -441,7 +456,7 @@ void AmbientAudioEngine::fadeMaster(float target, double duration, std::function
         });
         return;
     }
-    engine_->mainMixerNode().setOutputVolume(target);
+    engine_->setOutputVolume(target);
     if (completion)
         completion();
 }
@@ -454,8 +469,10 @@ void AmbientAudioEngine::stepFade()
     }
     double t = progressAt(services_.mainLoop.mediaTime(), fade_->start, fade_->duration);
     double level = fade_->from + (static_cast<double>(fade_->to) - fade_->from) * (t * t * (3 - 2 * t));
-    engine_->mainMixerNode().setOutputVolume(static_cast<float>(level));
-    if (t >= 1) {
+    engine_->setOutputVolume(static_cast<float>(level));
+    // What follows a fade (a pause, a stop) waits a few ticks, so that the
+    // output has rendered the last ramp before the sound is cut.
+    if (t >= 1 && (!fade_->completion || ++fade_->settledTicks > fadeSettleTicks)) {
         std::function<void()> completion = std::move(fade_->completion);
         cancelFade();
         if (completion)
@@ -509,6 +526,8 @@ void AmbientAudioEngine::stopImmediately()
     if (engine_)
         Log::audio.info("Sound stopped");
     ++generation_;
+    decodesCancelled_->store(true, std::memory_order_relaxed);
+    decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
     ++switchGeneration_;
     cancelFade();
     if (configObserver_) {
@@ -532,7 +551,7 @@ void AmbientAudioEngine::stopImmediately()
         ambienceNode_->stop();
     if (engine_) {
         engine_->stop();
-        engine_->reset();
+        engine_->stopAllPlayers();
         --activeEngines_;
     }
 
@@ -561,7 +580,7 @@ void AmbientAudioEngine::silenceNow(double over)
 {
     cancelFade();
     if ((state_ == State::playing || state_ == State::stopping) && engine_) {
-        AudioMixerNode& mixer = engine_->mainMixerNode();
+        AudioMixer& mixer = *engine_;
         float volume = mixer.outputVolume();
         if (volume > 0) {
             for (int k = 9; k >= 0; --k) {
@@ -613,7 +632,7 @@ void AmbientAudioEngine::muteChanged(double fade)
         if (auto started = engine_->start(); !started)
             Log::audio.error("Audio engine resume failed: %{private}s", started.error());
     }
-    auto resume = [](const std::shared_ptr<AudioPlayerNode>& node) {
+    auto resume = [](const std::shared_ptr<AudioPlayer>& node) {
         if (node && !node->isPlaying())
             node->play();
     };
@@ -645,11 +664,9 @@ void AmbientAudioEngine::recoverFromConfigurationChange()
     }
     if (musicNode_) {
         musicNode_->stop();
-        engine_->connect(*musicNode_, formatOf(*musicSource_));
     }
     if (ambienceNode_) {
         ambienceNode_->stop();
-        engine_->connect(*ambienceNode_, ambienceBuffer_->format());
     }
 
     if (auto started = engine_->start(); !started) {
@@ -687,7 +704,7 @@ std::optional<std::filesystem::path> AmbientAudioEngine::requestedAmbienceURL() 
 
 float AmbientAudioEngine::masterGain() const
 {
-    return engine_ ? engine_->mainMixerNode().outputVolume() : 0.0f;
+    return engine_ ? engine_->outputVolume() : 0.0f;
 }
 
 bool AmbientAudioEngine::isEngineRunning() const
@@ -699,8 +716,11 @@ std::expected<void, std::string> AmbientAudioEngine::renderOffline(std::uint32_t
 {
     if (!offlineFormat_)
         return std::unexpected(std::string("the engine does not render offline"));
-    if (engine_ && engine_->isRunning())
-        return engine_->renderOffline(frames, buffer);
+    if (engine_ && engine_->isRunning() && offlineOutput_) {
+        auto pulled = offlineOutput_->pull(frames, buffer);
+        engine_->drainSoon();
+        return pulled;
+    }
     if (buffer.frameCapacity() < frames)
         return std::unexpected(std::string("the buffer is too small for the frames asked"));
     for (int channel = 0; channel < buffer.channelCount(); ++channel)
@@ -807,7 +827,7 @@ void AmbientAudioEngine::crossfadeMusic(LoadedSources sources, const std::option
     std::int64_t frame = 0;
     if (sources.music) {
         musicSource_ = sources.music;
-        musicNode_ = makeNode(formatOf(*musicSource_));
+        musicNode_ = makeNode();
         musicURL_ = url;
         frame = sources.musicFrame;
     } else {
@@ -997,7 +1017,7 @@ void AmbientAudioEngine::crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, co
 
     if (buffer) {
         ambienceBuffer_ = std::move(buffer);
-        ambienceNode_ = makeNode(ambienceBuffer_->format());
+        ambienceNode_ = makeNode();
         ambienceURL_ = url;
     } else {
         ambienceURL_.reset();
@@ -1081,10 +1101,10 @@ void AmbientAudioEngine::releaseRetired()
 {
     if (engine_) {
         for (const auto& node : retiring_)
-            engine_->detach(node);
+            engine_->removePlayer(node);
         for (RetiringAmbience& entry : retiringAmbience_)
             if (entry.node)
-                engine_->detach(entry.node);
+                engine_->removePlayer(entry.node);
     }
     retiring_.clear();
     for (RetiringAmbience& entry : retiringAmbience_)

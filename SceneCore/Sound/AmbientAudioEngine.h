@@ -3,11 +3,14 @@
 #include "SceneCore/Runtime/RunLoop.h"
 #include "SceneCore/Runtime/SerialQueue.h"
 #include "SceneCore/Sound/AudioFile.h"
-#include "SceneCore/Sound/AudioGraph.h"
+#include "SceneCore/Sound/AudioMixer.h"
+#include "SceneCore/Sound/AudioOutput.h"
 #include "SceneCore/Sound/LoopStreamer.h"
+#include "SceneCore/Sound/OfflineAudioOutput.h"
 #include "SceneCore/Sound/PCMBuffer.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include <atomic>
 #include <cstdint>
 #include <expected>
 #include <filesystem>
@@ -23,7 +26,7 @@
 namespace hushmeadows {
 
 // Plays a world's sound: one looping music layer and one looping ambience
-// layer, mixed by an audio graph engine made for each session of sound.
+// layer, mixed by an AudioMixer made for each session of sound.
 // Master fades, equal-power crossfades of either layer, mute, and recovery
 // when the output device changes.
 //
@@ -51,9 +54,9 @@ public:
     struct Services {
         // Must outlive the engine and every engine it makes.
         RunLoop& mainLoop;
-        // Makes one graph engine per session of sound, running at sampleRate
-        // (the graph does not convert rates).
-        AudioEngineFactory makeEngine;
+        // Makes the output each session of sound plays through, at sampleRate
+        // (the mixer does not convert rates). Unused when offlineFormat is set.
+        AudioOutputFactory makeOutput;
         AudioFileOpener openFile;
         BackgroundRunner runInBackground;
         SerialQueueFactory makeSerialQueue;
@@ -61,8 +64,8 @@ public:
         std::function<void(double seconds)> sleep;
         // The rate files are decoded at: the graph's rate.
         double sampleRate = 48000;
-        // Set: every engine renders offline in this format (its rate replaces
-        // sampleRate), on request through renderOffline.
+        // Set: every session plays into an offline output in this format (its
+        // rate replaces sampleRate), pulled through renderOffline.
         std::optional<AudioFormat> offlineFormat;
         // May be empty: then music always begins at frame 0.
         EntryPointLookup entryPoints;
@@ -73,6 +76,9 @@ public:
         AudioFileOpener openFile;
         double sampleRate = 48000;
         SerialQueueFactory makeSerialQueue;
+        // Set once the session that asked for the decode has stopped: the
+        // decode gives up between chunks, so that no stop waits on it.
+        std::shared_ptr<const std::atomic<bool>> cancelled = std::make_shared<std::atomic<bool>>(false);
     };
 
     // The result of loading: either layer may be absent.
@@ -92,12 +98,19 @@ public:
         double start = 0;    // media time when it began
         double duration = 0; // seconds
         std::function<void()> completion;
+        int settledTicks = 0; // ticks since the level arrived
     };
 
     static constexpr double ambienceCrossfade = 3.0;
     static constexpr double streamingThreshold = 180.0;
+    // The most sound decoded whole into memory, in seconds: longer music is
+    // streamed and longer ambience is refused.
+    static constexpr double wholeDecodeLimit = streamingThreshold;
     static constexpr double muteFade = 0.35;
     static constexpr double fadeInterval = 1.0 / 60.0;
+    // Ticks between a fade's arrival and its completion: longer than a
+    // device's render quantum.
+    static constexpr int fadeSettleTicks = 2;
     // Crossfade from a stream that broke to the world's own music.
     static constexpr double streamFallbackCrossfade = 2.0;
     static constexpr std::uint32_t offlineMaximumFrameCount = 4096;
@@ -107,7 +120,7 @@ public:
     AmbientAudioEngine(const AmbientAudioEngine&) = delete;
     AmbientAudioEngine& operator=(const AmbientAudioEngine&) = delete;
 
-    // Graph engines alive across the process (the saver reports it as
+    // Mixers (sessions of sound) alive across the process (the saver reports it as
     // "activeAudioEngines").
     static int activeEngineCount() { return activeEngines_; }
 
@@ -181,18 +194,18 @@ public:
 
 private:
     struct Outgoing {
-        std::shared_ptr<AudioPlayerNode> node;
+        std::shared_ptr<AudioPlayer> node;
         std::optional<MusicSource> source;
         float gain = 1;
     };
     struct OutgoingAmbience {
-        std::shared_ptr<AudioPlayerNode> node;
+        std::shared_ptr<AudioPlayer> node;
         std::shared_ptr<PCMBuffer> buffer;
         std::optional<std::filesystem::path> url;
         float gain = 1;
     };
     struct RetiringAmbience {
-        std::shared_ptr<AudioPlayerNode> node; // null once detached
+        std::shared_ptr<AudioPlayer> node; // null once detached
         std::optional<std::filesystem::path> url;
         std::shared_ptr<PCMBuffer> buffer;
     };
@@ -228,10 +241,10 @@ private:
     void muteChanged(double fade);
     void recoverFromConfigurationChange();
 
-    std::shared_ptr<AudioPlayerNode> makeNode(const AudioFormat& format);
-    void playMusic(const std::shared_ptr<AudioPlayerNode>& node, const MusicSource& source, std::int64_t frame,
+    std::shared_ptr<AudioPlayer> makeNode();
+    void playMusic(const std::shared_ptr<AudioPlayer>& node, const MusicSource& source, std::int64_t frame,
                    const std::shared_ptr<PCMBuffer>& leadIn);
-    void playAmbience(AudioPlayerNode& node, const std::shared_ptr<PCMBuffer>& buffer);
+    void playAmbience(AudioPlayer& node, const std::shared_ptr<PCMBuffer>& buffer);
 
     std::int64_t nextEntryPoint(const std::filesystem::path& url);
     void decodeMusic(const std::filesystem::path& url, double over);
@@ -261,9 +274,10 @@ private:
     float ambienceVolume_ = 0.7f;
     bool isMuted_ = false;
     bool suppressMuteObserver_ = false;
-    std::unique_ptr<AudioEngine> engine_;
-    std::shared_ptr<AudioPlayerNode> musicNode_;
-    std::shared_ptr<AudioPlayerNode> ambienceNode_;
+    std::unique_ptr<AudioMixer> engine_;
+    std::shared_ptr<OfflineAudioOutput> offlineOutput_;
+    std::shared_ptr<AudioPlayer> musicNode_;
+    std::shared_ptr<AudioPlayer> ambienceNode_;
     std::optional<MusicSource> musicSource_;
     std::shared_ptr<PCMBuffer> ambienceBuffer_;
     std::vector<Outgoing> outgoing_;
@@ -275,7 +289,7 @@ private:
     // Per music file, the index of the next entry point; kept across stops so
     // that every session begins somewhere new.
     std::map<std::filesystem::path, std::size_t> entryCursor_;
-    std::vector<std::shared_ptr<AudioPlayerNode>> retiring_;
+    std::vector<std::shared_ptr<AudioPlayer>> retiring_;
     LayerCrossfade musicCrossfade_;
     int switchGeneration_ = 0;
     std::vector<OutgoingAmbience> outgoingAmbience_;
@@ -292,6 +306,8 @@ private:
     std::optional<Fade> fade_;
     std::shared_ptr<Cancellable> fadeTimer_;
     std::shared_ptr<Cancellable> configObserver_;
+    // Shared with the decodes this session started.
+    std::shared_ptr<std::atomic<bool>> decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
     bool retiredReleasePosted_ = false;
 
     // Lets timers, observers and posted work that outlive the engine find it gone.

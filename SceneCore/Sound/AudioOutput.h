@@ -2,6 +2,7 @@
 
 #include <expected>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace hushmeadows {
@@ -33,5 +34,8 @@ public:
     // or was replaced. The output is then silent until started again.
     virtual void setDeviceChangeHandler(std::function<void()> handler) = 0;
 };
+
+// Makes the output a session of sound plays through.
+using AudioOutputFactory = std::function<std::shared_ptr<AudioOutput>()>;
 
 } // namespace hushmeadows

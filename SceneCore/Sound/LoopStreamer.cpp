@@ -112,7 +112,7 @@ bool LoopStreamer::prime(std::int64_t frame)
     return true;
 }
 
-void LoopStreamer::start(std::weak_ptr<AudioPlayerNode> node, std::int64_t frame)
+void LoopStreamer::start(std::weak_ptr<AudioPlayer> node, std::int64_t frame)
 {
     queue_->async([weak = std::weak_ptr<LoopStreamer*>(self_), node = std::move(node), frame] {
         auto self = weak.lock();

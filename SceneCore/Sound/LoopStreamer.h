@@ -2,7 +2,7 @@
 
 #include "SceneCore/Runtime/SerialQueue.h"
 #include "SceneCore/Sound/AudioFile.h"
-#include "SceneCore/Sound/AudioGraph.h"
+#include "SceneCore/Sound/AudioPlayer.h"
 #include "SceneCore/Sound/PCMBuffer.h"
 
 #include <cstdint>
@@ -66,7 +66,7 @@ public:
     // keeping nothing, when a buffer cannot be made or a read fails.
     bool prime(std::int64_t frame);
     // Asynchronous, on the queue: begins feeding the node from the frame.
-    void start(std::weak_ptr<AudioPlayerNode> node, std::int64_t frame);
+    void start(std::weak_ptr<AudioPlayer> node, std::int64_t frame);
     // Synchronous. Ends the run: its pending completions and reads change
     // nothing. Stopping the node is the owner's business.
     void stop();
@@ -119,7 +119,7 @@ private:
     std::int64_t primedStart_ = 0;
     std::int64_t primedPosition_ = 0;
     std::int64_t position_ = 0;
-    std::weak_ptr<AudioPlayerNode> node_;
+    std::weak_ptr<AudioPlayer> node_;
     int generation_ = 0;
     std::vector<std::uint32_t> inFlight_; // oldest first
     std::function<void()> failureHandler_;

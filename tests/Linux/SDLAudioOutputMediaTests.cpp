@@ -1,6 +1,6 @@
 #include "Platforms/Linux/SDLAudioOutput.h"
 #include "Platforms/Linux/ThreadRunLoop.h"
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
+#include "SceneCore/Sound/AudioMixer.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/OfflineAudio.h"
 
@@ -28,10 +28,8 @@ TEST(SDLAudioOutput, TheDeviceReceivesTheMixSampleForSample)
     ThreadRunLoop loop;
     auto output = std::make_shared<SDLAudioOutput>();
     {
-        SoftwareAudioEngine engine(loop, output);
-        auto node = engine.makePlayerNode();
-        engine.attach(node);
-        engine.connect(*node, AudioFormat{48'000, 2});
+        AudioMixer engine(loop, output);
+        auto node = engine.addPlayer();
         auto buffer = kit::makeBuffer(
             12'000, [](std::uint32_t i) { return static_cast<float>(i % 1000 + 1) / 1024.0f; },
             [](std::uint32_t i) { return -static_cast<float>(i % 700 + 1) / 1024.0f; });
@@ -77,7 +75,7 @@ TEST(SDLAudioOutput, AMissingDriverIsAReadableStartFailure)
 {
     ::setenv("SDL_AUDIODRIVER", "no-such-driver", 1);
     ThreadRunLoop loop;
-    SoftwareAudioEngine engine(loop, std::make_shared<SDLAudioOutput>());
+    AudioMixer engine(loop, std::make_shared<SDLAudioOutput>());
     auto started = engine.start();
     ::unsetenv("SDL_AUDIODRIVER");
     ASSERT_FALSE(started);

@@ -1,88 +1,40 @@
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "SceneCore/Sound/LoopStreamer.h"
+#include "tests/support/FakeAudioFile.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManualSerialQueue.h"
 #include "tests/support/OfflineAudio.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
-#include <set>
 
 namespace hushmeadows {
 namespace {
 
-using testing::OfflineGraph;
+using testing::OfflineMixer;
 using testing::StereoSignal;
 
 // At this rate a buffer holds 4,000 frames, so files stay small.
 constexpr double rate = 1000;
 
-float leftAt(std::int64_t frame) { return static_cast<float>(frame + 1); }
-float rightAt(std::int64_t frame) { return -static_cast<float>(frame + 1); }
-
-// A file at the port whose frame i is (i + 1, -(i + 1)), and whose reads can
-// be made to fail or come up short at chosen positions.
-class FakeAudioFile final : public AudioFile {
-public:
-    enum class Fault { error, shortRead };
-    struct Shared {
-        int reads = 0;
-        // Position → fault, used up when it strikes.
-        std::map<std::int64_t, Fault> faults;
-    };
-
-    FakeAudioFile(std::int64_t length, std::shared_ptr<Shared> shared)
-        : length_(length)
-        , shared_(std::move(shared))
-    {
-    }
-
-    AudioFormat processingFormat() const override { return AudioFormat{rate, 2}; }
-    std::int64_t length() const override { return length_; }
-    std::int64_t framePosition() const override { return position_; }
-    void setFramePosition(std::int64_t frame) override { position_ = std::clamp<std::int64_t>(frame, 0, length_); }
-    std::expected<void, std::string> read(PCMBuffer& buffer, std::uint32_t frames) override
-    {
-        ++shared_->reads;
-        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>({frames, buffer.frameCapacity(), length_ - position_}));
-        if (auto fault = shared_->faults.find(position_); fault != shared_->faults.end()) {
-            Fault kind = fault->second;
-            shared_->faults.erase(fault);
-            if (kind == Fault::error)
-                return std::unexpected(std::string("damaged block"));
-            count /= 2;
-        }
-        for (std::uint32_t i = 0; i < count; ++i) {
-            buffer.channelData(0)[i] = leftAt(position_ + i);
-            buffer.channelData(1)[i] = rightAt(position_ + i);
-        }
-        buffer.setFrameLength(count);
-        position_ += count;
-        return {};
-    }
-
-private:
-    std::int64_t length_;
-    std::int64_t position_ = 0;
-    std::shared_ptr<Shared> shared_;
-};
+using testing::FakeAudioFile;
+float leftAt(std::int64_t frame) { return FakeAudioFile::left(frame); }
+float rightAt(std::int64_t frame) { return FakeAudioFile::right(frame); }
 
 class LoopStreamerTest : public ::testing::Test {
 protected:
     ManualRunLoop loop;
-    OfflineGraph graph{loop, rate, 500};
+    OfflineMixer graph{loop, rate, 500};
     std::shared_ptr<FakeAudioFile::Shared> file = std::make_shared<FakeAudioFile::Shared>();
     testing::ManualSerialQueue* queue = nullptr;
     std::unique_ptr<LoopStreamer> streamer;
-    std::shared_ptr<AudioPlayerNode> node = graph.addPlayer();
+    std::shared_ptr<AudioPlayer> node = graph.mixer().addPlayer();
 
     void make(std::int64_t length)
     {
         auto owned = std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel);
         queue = owned.get();
-        auto made = LoopStreamer::make("/music/long-song.flac", std::make_unique<FakeAudioFile>(length, file), std::move(owned));
+        auto made = LoopStreamer::make("/music/long-song.flac", std::make_unique<FakeAudioFile>(length, rate, file), std::move(owned));
         ASSERT_TRUE(made) << made.error();
         streamer = std::move(*made);
     }
@@ -164,18 +116,6 @@ TEST_F(LoopStreamerTest, PrimingBeyondTheEndStartsAtTheLastFrameAndAStartThereRe
     StereoSignal out = play(9000);
     expectFrames(out, 0, concat({{9999}, range(0, 8999)}));
 
-    // Priming one frame and starting from another reads afresh.
-    streamer->stop();
-    node->stop();
-    loop.runPending();
-    ASSERT_TRUE(streamer->prime(0));
-    int reads = file->reads;
-    node->play();
-    streamer->start(node, 500);
-    queue->runAll();
-    EXPECT_EQ(file->reads, reads + 3);
-    out = play(4000);
-    expectFrames(out, 0, range(500, 4500));
 }
 
 TEST_F(LoopStreamerTest, AFileShorterThanABufferLoopsWholeInEveryBuffer)
@@ -228,26 +168,6 @@ TEST_F(LoopStreamerTest, AFailedReadRestartsOnceFromZeroAndASecondFailureEndsThe
     EXPECT_EQ(streamer->inFlight().size(), 3u);
 }
 
-TEST_F(LoopStreamerTest, AFailureAtFrameZeroIsNotRetriedAndTheHandlerHearsOnce)
-{
-    testing::LogCapture log;
-    make(10'000);
-    int failures = 0;
-    streamer->setFailureHandler([&] { ++failures; });
-    file->faults[0] = FakeAudioFile::Fault::shortRead;
-    node->play();
-    streamer->start(node, 0);
-    queue->runAll();
-    EXPECT_EQ(failures, 1);
-    EXPECT_EQ(streamer->scheduledCount(), 0);
-    EXPECT_EQ(streamer->readErrorCount(), 1);
-    EXPECT_EQ(log.lines("audio"), (std::vector<std::string>{"Streaming long-song.flac: short read at frame 0"}));
-    // Priming fails the same way and keeps nothing.
-    file->faults[0] = FakeAudioFile::Fault::error;
-    EXPECT_FALSE(streamer->prime(0));
-    EXPECT_EQ(failures, 1) << "priming reports by its result, not the handler";
-}
-
 TEST_F(LoopStreamerTest, LateCompletionsOfAStoppedRunChangeNothing)
 {
     make(10'000);
@@ -281,21 +201,6 @@ TEST_F(LoopStreamerTest, LateCompletionsOfAStoppedRunChangeNothing)
     streamer.reset();
     out = graph.render(8000);
     EXPECT_EQ(out.left[0], leftAt(1000));
-}
-
-TEST_F(LoopStreamerTest, AnEmptyFileIsRefusedAndOpeningErrorsPassThrough)
-{
-    auto made = LoopStreamer::make("/music/empty.wav", std::make_unique<FakeAudioFile>(0, file),
-                                   std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel));
-    ASSERT_FALSE(made);
-    EXPECT_EQ(made.error(), "empty file");
-
-    AudioFileOpener refuse = [](const std::filesystem::path&, double) -> std::expected<std::unique_ptr<AudioFile>, std::string> {
-        return std::unexpected(std::string("not a readable media file"));
-    };
-    made = LoopStreamer::make("/music/x.mp3", refuse, rate, std::make_unique<testing::ManualSerialQueue>(LoopStreamer::queueLabel));
-    ASSERT_FALSE(made);
-    EXPECT_EQ(made.error(), "not a readable media file");
 }
 
 } // namespace

@@ -50,14 +50,6 @@ TEST_F(StudioMusicTest, AGoodOverlayGivesTracksByPhase)
     EXPECT_EQ(StudioMusic::overlayRoot(worlds), dir / "StudioMusic");
 }
 
-TEST_F(StudioMusicTest, NoOverlayIsSilent)
-{
-    EXPECT_FALSE(load());
-    std::filesystem::create_directories(overlay);
-    EXPECT_FALSE(load());
-    EXPECT_TRUE(audioLines().empty());
-}
-
 TEST_F(StudioMusicTest, EachRefusalSaysWhy)
 {
     testing::copyFile(track, overlay / "main.flac");
@@ -142,29 +134,6 @@ TEST_F(StudioMusicTest, SelectionPrefersTheStyleAndFallsBackToWhateverExists)
     // The phase the package depicts decides over the clock's.
     auto nightVersion = worldWithMusic(root, std::nullopt, DayPhase::night);
     EXPECT_EQ(S::choose(nightVersion, MusicStyle::studio, studio, DayPhase::day)->url.filename(), "main.flac");
-}
-
-TEST_F(StudioMusicTest, SelectionLoadsTheOverlayOnlyWhenItCanMatter)
-{
-    auto root = worlds / "meadow.hushmeadow";
-    auto classic = worldWithMusic(root, WorldManifest::Track{"music.flac", 0.5, std::nullopt});
-    int loads = 0;
-    MusicSelection::OverlayLoader loader = [&](const WorldPackage&) {
-        ++loads;
-        return std::optional<StudioMusic>();
-    };
-    HushmeadowsSettings settings;
-    settings.musicStyle = MusicStyle::classic;
-    EXPECT_EQ(MusicSelection::choose(classic, settings, DayPhase::day, loader)->style, MusicStyle::classic);
-    EXPECT_EQ(loads, 0);
-
-    settings.musicStyle.reset(); // the default, studio, decides
-    EXPECT_EQ(MusicSelection::choose(classic, settings, DayPhase::day, loader)->style, MusicStyle::classic);
-    EXPECT_EQ(loads, 1);
-
-    settings.musicStyle = MusicStyle::classic;
-    EXPECT_EQ(MusicSelection::choose(worldWithMusic(root, std::nullopt), settings, DayPhase::day, loader), std::nullopt);
-    EXPECT_EQ(loads, 2);
 }
 
 } // namespace

@@ -1,30 +1,10 @@
 #include "tests/support/LockstepAudio.h"
 
-#include "SceneCore/Sound/FloatWavWriter.h"
+#include "SceneCore/Runtime/ImmediateSerialQueue.h"
 
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
-
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
 
 namespace hushmeadows::testing {
-
-void writeFloatWav(const std::filesystem::path& file, int sampleRate, int channels, std::int64_t frames,
-                   const std::function<float(std::int64_t, int)>& sample)
-{
-    auto writer = FloatWavWriter::create(file, sampleRate, channels);
-    if (!writer)
-        throw std::runtime_error(writer.error());
-    std::vector<float> frame(static_cast<std::size_t>(channels));
-    for (std::int64_t i = 0; i < frames; ++i) {
-        for (int c = 0; c < channels; ++c)
-            frame[static_cast<std::size_t>(c)] = sample(i, c);
-        writer->append(frame.data(), 1);
-    }
-    if (auto finished = writer->finish(); !finished)
-        throw std::runtime_error(finished.error());
-}
 
 AmbientAudioEngine::Services LockstepAudio::services(AudioFileOpener open, AmbientAudioEngine::BackgroundRunner background)
 {
@@ -32,7 +12,7 @@ AmbientAudioEngine::Services LockstepAudio::services(AudioFileOpener open, Ambie
         background = [](std::function<void()> work) { work(); };
     return AmbientAudioEngine::Services{
         .mainLoop = loop,
-        .makeEngine = [this] { return std::make_unique<SoftwareAudioEngine>(loop, nullptr, sampleRate); },
+        .makeOutput = {},
         .openFile = std::move(open),
         .runInBackground = std::move(background),
         .makeSerialQueue = [](const std::string& label) { return std::make_unique<ImmediateSerialQueue>(label); },
@@ -47,31 +27,23 @@ AmbientAudioEngine::Services LockstepAudio::services(AudioFileOpener open, Ambie
     };
 }
 
-StereoBlock LockstepAudio::render(AmbientAudioEngine& engine)
+StereoSignal LockstepAudio::render(AmbientAudioEngine& engine)
 {
-    auto rendered = engine.renderOffline(stepFrames, *scratch_);
-    if (!rendered)
+    if (auto rendered = engine.renderOffline(stepFrames, *scratch_); !rendered)
         throw std::runtime_error("offline rendering failed: " + rendered.error());
-    StereoBlock block;
-    block.left.assign(scratch_->channelData(0), scratch_->channelData(0) + stepFrames);
-    block.right.assign(scratch_->channelData(1), scratch_->channelData(1) + stepFrames);
-    return block;
+    StereoSignal signal;
+    signal.append(*scratch_);
+    return signal;
 }
 
-StereoBlock LockstepAudio::renderStep(AmbientAudioEngine& engine)
+StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count)
 {
-    StereoBlock block = render(engine);
-    loop.advance(step);
-    return block;
-}
-
-StereoBlock LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count)
-{
-    StereoBlock all;
+    StereoSignal all;
     for (int i = 0; i < count; ++i) {
-        StereoBlock block = renderStep(engine);
-        all.left.insert(all.left.end(), block.left.begin(), block.left.end());
-        all.right.insert(all.right.end(), block.right.begin(), block.right.end());
+        StereoSignal one = render(engine);
+        all.left.insert(all.left.end(), one.left.begin(), one.left.end());
+        all.right.insert(all.right.end(), one.right.begin(), one.right.end());
+        loop.advance(step);
     }
     return all;
 }

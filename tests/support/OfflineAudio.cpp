@@ -1,5 +1,7 @@
 #include "tests/support/OfflineAudio.h"
 
+#include "SceneCore/Sound/FloatWavWriter.h"
+
 #include <algorithm>
 #include <stdexcept>
 #include <string>
@@ -14,49 +16,47 @@ void StereoSignal::append(const PCMBuffer& buffer)
     right.insert(right.end(), r, r + buffer.frameLength());
 }
 
-OfflineGraph::OfflineGraph(ManualRunLoop& loop, double sampleRate, std::uint32_t quantum)
+OfflineMixer::OfflineMixer(ManualRunLoop& loop, double sampleRate, std::uint32_t quantum)
     : loop_(loop)
-    , engine_(loop, nullptr, sampleRate)
+    , output_(std::make_shared<OfflineAudioOutput>(quantum))
+    , mixer_(loop, output_, sampleRate)
     , quantum_(quantum)
+    , scratch_(PCMBuffer::make(AudioFormat{sampleRate, 2}, quantum))
 {
-    AudioFormat format{sampleRate, 2};
-    if (auto enabled = engine_.enableManualRenderingMode(format, quantum); !enabled)
-        throw std::runtime_error("manual rendering: " + enabled.error());
-    if (auto started = engine_.start(); !started)
+    if (auto started = mixer_.start(); !started)
         throw std::runtime_error("start: " + started.error());
-    scratch_ = PCMBuffer::make(format, quantum);
 }
 
-std::shared_ptr<AudioPlayerNode> OfflineGraph::addPlayer(int channels)
-{
-    auto node = engine_.makePlayerNode();
-    engine_.attach(node);
-    engine_.connect(*node, AudioFormat{engine_.sampleRate(), channels});
-    return node;
-}
-
-StereoSignal OfflineGraph::render(std::int64_t frames, const std::function<void()>& between)
-{
-    return render(frames, quantum_, between);
-}
-
-StereoSignal OfflineGraph::render(std::int64_t frames, std::uint32_t quantum, const std::function<void()>& between)
+StereoSignal OfflineMixer::render(std::int64_t frames, const std::function<void()>& between)
 {
     StereoSignal signal;
-    signal.left.reserve(static_cast<std::size_t>(frames));
-    signal.right.reserve(static_cast<std::size_t>(frames));
-    quantum = std::min(quantum, quantum_);
     while (frames > 0) {
-        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>(frames, quantum));
-        if (auto rendered = engine_.renderOffline(count, *scratch_); !rendered)
-            throw std::runtime_error("renderOffline: " + rendered.error());
+        auto count = static_cast<std::uint32_t>(std::min<std::int64_t>(frames, quantum_));
+        if (auto rendered = output_->pull(count, *scratch_); !rendered)
+            throw std::runtime_error("pull: " + rendered.error());
         signal.append(*scratch_);
         frames -= count;
+        mixer_.drainSoon();
         loop_.runPending();
         if (between)
             between();
     }
     return signal;
+}
+
+std::expected<void, std::string> ManualOutput::start(AudioRenderSource& renderSource, double)
+{
+    source = &renderSource;
+    ++starts;
+    return {};
+}
+
+std::vector<float> ManualOutput::pull(int frames)
+{
+    std::vector<float> interleaved(2 * static_cast<std::size_t>(frames), 0.0f);
+    if (AudioRenderSource* pulled = source.load())
+        pulled->render(interleaved.data(), frames);
+    return interleaved;
 }
 
 std::shared_ptr<PCMBuffer> makeBuffer(std::uint32_t frames, const std::function<float(std::uint32_t)>& left,
@@ -70,6 +70,22 @@ std::shared_ptr<PCMBuffer> makeBuffer(std::uint32_t frames, const std::function<
     }
     buffer->setFrameLength(frames);
     return buffer;
+}
+
+void writeFloatWav(const std::filesystem::path& file, int sampleRate, int channels, std::int64_t frames,
+                   const std::function<float(std::int64_t, int)>& sample)
+{
+    auto writer = FloatWavWriter::create(file, sampleRate, channels);
+    if (!writer)
+        throw std::runtime_error(writer.error());
+    std::vector<float> frame(static_cast<std::size_t>(channels));
+    for (std::int64_t i = 0; i < frames; ++i) {
+        for (int c = 0; c < channels; ++c)
+            frame[static_cast<std::size_t>(c)] = sample(i, c);
+        writer->append(frame.data(), 1);
+    }
+    if (auto finished = writer->finish(); !finished)
+        throw std::runtime_error(finished.error());
 }
 
 } // namespace hushmeadows::testing

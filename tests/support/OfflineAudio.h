@@ -1,10 +1,13 @@
 #pragma once
 
 #include "SceneCore/Runtime/ManualRunLoop.h"
+#include "SceneCore/Sound/AudioMixer.h"
+#include "SceneCore/Sound/OfflineAudioOutput.h"
 #include "SceneCore/Sound/PCMBuffer.h"
-#include "SceneCore/Sound/SoftwareAudioEngine.h"
 
+#include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -15,35 +18,51 @@ namespace hushmeadows::testing {
 struct StereoSignal {
     std::vector<float> left;
     std::vector<float> right;
-
     std::size_t size() const { return left.size(); }
     void append(const PCMBuffer& buffer);
 };
 
-// A software engine in manual rendering mode (stereo) on a manual run loop,
-// started, with helpers to render in quanta the way a device would pull.
-class OfflineGraph {
+// A started mixer on an offline output, pulled in quanta the way a device
+// pulls, with the main loop run between quanta.
+class OfflineMixer {
 public:
-    explicit OfflineGraph(ManualRunLoop& loop, double sampleRate = 48000, std::uint32_t quantum = 4096);
-
-    SoftwareAudioEngine& engine() { return engine_; }
-    // A node attached and connected in the engine's rate with the channel count.
-    std::shared_ptr<AudioPlayerNode> addPlayer(int channels = 2);
-
-    // Renders `frames` frames in quanta of at most `quantum` frames; after
-    // each quantum the main loop runs what is due, then `between` runs.
+    explicit OfflineMixer(ManualRunLoop& loop, double sampleRate = 48000, std::uint32_t quantum = 4096);
+    AudioMixer& mixer() { return mixer_; }
+    // Renders `frames` frames in quanta; after each the main loop runs what
+    // is due, then `between` runs.
     StereoSignal render(std::int64_t frames, const std::function<void()>& between = {});
-    StereoSignal render(std::int64_t frames, std::uint32_t quantum, const std::function<void()>& between = {});
 
 private:
     ManualRunLoop& loop_;
-    SoftwareAudioEngine engine_;
+    std::shared_ptr<OfflineAudioOutput> output_;
+    AudioMixer mixer_;
     std::uint32_t quantum_;
     std::shared_ptr<PCMBuffer> scratch_;
+};
+
+// An output at the port that the test pulls itself, on any thread, and that
+// reports device changes when the test calls `changed`.
+class ManualOutput final : public AudioOutput {
+public:
+    std::expected<void, std::string> start(AudioRenderSource& renderSource, double sampleRate) override;
+    void pause() override { source = nullptr; }
+    void stop() override { source = nullptr; }
+    void setDeviceChangeHandler(std::function<void()> handler) override { changed = std::move(handler); }
+    // Interleaved stereo; silence while not started.
+    std::vector<float> pull(int frames);
+
+    int starts = 0;
+    std::atomic<AudioRenderSource*> source = nullptr;
+    std::function<void()> changed;
 };
 
 // A buffer whose frame i holds left(i) and, in stereo, right(i).
 std::shared_ptr<PCMBuffer> makeBuffer(std::uint32_t frames, const std::function<float(std::uint32_t)>& left,
                                       const std::function<float(std::uint32_t)>& right = {}, double sampleRate = 48000);
+
+// Writes a WAV of 32-bit float samples, so that what decodes is exactly what
+// was written: frame i of channel c holds sample(i, c).
+void writeFloatWav(const std::filesystem::path& file, int sampleRate, int channels, std::int64_t frames,
+                   const std::function<float(std::int64_t frame, int channel)>& sample);
 
 } // namespace hushmeadows::testing
