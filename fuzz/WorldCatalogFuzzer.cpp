@@ -3,7 +3,7 @@
 // holds an entry or a collection without an id.
 //
 // fuzz-sources: SceneCore/Runtime/JsonReader.cpp SceneCore/Runtime/DecodingError.cpp
-// fuzz-sources: SceneCore/Runtime/Log.cpp SceneCore/Worlds/WorldCatalog.cpp SceneCore/Runtime/FileAccess.cpp
+// fuzz-sources: SceneCore/Runtime/Log.cpp SceneCore/Worlds/WorldCatalog.cpp SceneCore/Runtime/FileAccess.cpp SceneCore/Runtime/PrintableText.cpp
 
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Worlds/WorldCatalog.h"

@@ -1,7 +1,7 @@
 #include "Apps/hushmeadows/CheckCommand.h"
 
 #include "Apps/hushmeadows/CommandOptions.h"
-#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "SceneCore/Runtime/Log.h"

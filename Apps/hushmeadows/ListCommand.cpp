@@ -1,6 +1,6 @@
 #include "Apps/hushmeadows/ListCommand.h"
 
-#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "Apps/hushmeadows/ProgramPaths.h"
 #include "HushmeadowsSaver/WorldChoice.h"
 #include "SceneCore/Settings/SettingsStore.h"

@@ -1,7 +1,7 @@
 #include "Apps/hushmeadows/SettingsCommand.h"
 
 #include "Apps/hushmeadows/CommandOptions.h"
-#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Runtime/JsonReader.h"
 #include "SceneCore/Settings/SettingsStore.h"

@@ -1,6 +1,6 @@
 #include "Apps/hushmeadows/WorldArgument.h"
 
-#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "Apps/hushmeadows/ProgramPaths.h"
 #include "HushmeadowsSaver/WorldChoice.h"
 #include "SceneCore/Settings/Environment.h"

@@ -1,5 +1,7 @@
 #include "SceneCore/Runtime/Log.h"
 
+#include "SceneCore/Runtime/PrintableText.h"
+
 #include <cstdio>
 #include <mutex>
 
@@ -245,7 +247,8 @@ void StandardErrorLogSink::write(const LogRecord& record)
         line += name(record.level);
         line += ": ";
     }
-    line += record.render(Log::revealsPrivate());
+    // A folder name or a text from a file must not forge a line or drive the terminal.
+    line += printable(record.render(Log::revealsPrivate()));
     line.push_back('\n');
     std::fwrite(line.data(), 1, line.size(), stderr);
 }

@@ -54,7 +54,7 @@ echo "b.hushmeadow: visual.file (loop.mp4) can't be decoded: not a readable movi
 diff -u expected.txt out.txt || fail "--media output differs"
 
 # --media also decodes the poster and the first second of each sound; a
-# folder name cannot forge a line.
+# folder name cannot forge a line, on stdout or in the log on stderr.
 ffmpeg "${quiet[@]}" -f lavfi -i color=c=blue:size=16x9 -frames:v 1 poster.png
 head -c 60 poster.png > cut.png
 python3 -c "
@@ -68,10 +68,11 @@ for case in "cut.png|music.wav|visual.poster (poster.png) can't be decoded: not 
             "poster.png|fast.wav|audio.music.file (music.wav) can't be decoded: not a readable audio file"; do
   IFS='|' read -r poster sound message <<< "$case"
   rm -rf Media/*; folder="Media/x"$'\n'"y: ok"$'\e'"[2J.hushmeadow"
-  package "$folder" media loop.mp4 ',"poster":"poster.png"},"audio":{"music":{"file":"music.wav","defaultVolume":0.5}'
+  package "$folder" media loop.mp4 ',"variations":["gone.mp4"],"poster":"poster.png"},"audio":{"music":{"file":"music.wav","defaultVolume":0.5}'
   cp "$poster" "$folder/poster.png"; cp "$sound" "$folder/music.wav"
-  set +e; "$program" check --media Media > out.txt 2>/dev/null; status=$?; set -e
+  set +e; "$program" check --media Media > out.txt 2> err.txt; status=$?; set -e
   [ "$status" = 1 ] || fail "$sound: status $status"
+  grep -qF 'Skipping variation in x\ny: ok\x1b[2J.hushmeadow' err.txt || { cat err.txt >&2; fail "log line not escaped"; }
   printf 'x\\ny: ok\\x1b[2J.hushmeadow: %s\n' "$message" > expected.txt
   diff -u expected.txt out.txt || fail "--media $poster $sound"
 done

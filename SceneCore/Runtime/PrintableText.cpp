@@ -1,4 +1,4 @@
-#include "Apps/hushmeadows/PrintableText.h"
+#include "SceneCore/Runtime/PrintableText.h"
 
 #include <cstdio>
 
