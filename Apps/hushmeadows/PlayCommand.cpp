@@ -1,28 +1,25 @@
 #include "Apps/hushmeadows/PlayCommand.h"
 
+#include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
-#include "Platforms/Linux/FFmpegVideoFile.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
+#include "Platforms/Linux/LinuxSaverSession.h"
 #include "Platforms/Linux/SDLRunLoop.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
 #include "Platforms/Linux/TerminationSignals.h"
 #include "Platforms/Linux/ThreadSerialQueue.h"
-#include "SceneCore/Picture/PixelSceneView.h"
+#include "Platforms/Linux/X11SaverDisplay.h"
 #include "SceneCore/Picture/PosterStore.h"
-#include "SceneCore/Runtime/Calendar.h"
-#include "SceneCore/Settings/SettingsStore.h"
-#include "SceneCore/Worlds/WorldPackage.h"
 
 #include <SDL.h>
 
 #include <charconv>
-#include <chrono>
 #include <cstdint>
 #include <expected>
-#include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -127,14 +124,6 @@ std::expected<PlayOptions, int> parse(const std::vector<std::string>& arguments,
     return options;
 }
 
-// SDL_Quit at the end of the scope that initialised SDL.
-struct SDLSession {
-    SDLSession() = default;
-    SDLSession(const SDLSession&) = delete;
-    SDLSession& operator=(const SDLSession&) = delete;
-    ~SDLSession() { SDL_Quit(); }
-};
-
 } // namespace
 
 int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
@@ -143,24 +132,36 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     if (!options)
         return options.error();
 
-    HushmeadowsSettings settings = SettingsStore(SettingsStore::sharedFileURL()).load();
-    if (options->framing)
-        settings.framing = *options->framing;
-    if (options->noPixelPerfect)
-        settings.pixelPerfectScaling = false;
-
-    auto world = findWorld(options->world, settings, media);
+    auto loadSettings = [stored = SaverScreen::storedSettings(), framing = options->framing, noPixelPerfect = options->noPixelPerfect] {
+        HushmeadowsSettings settings = stored();
+        if (framing)
+            settings.framing = *framing;
+        if (noPixelPerfect)
+            settings.pixelPerfectScaling = false;
+        return settings;
+    };
+    // A world that cannot be had is said before any window opens.
+    auto world = findWorld(options->world, loadSettings(), media);
     if (!world) {
         std::fprintf(err, "hushmeadows play: %s\n", world.error().c_str());
         return 1;
     }
-    const WorldPackage shown = world->version(settings.timeOfDay.phase(std::chrono::system_clock::now(), Calendar::current()));
+    // The world named on the command line, or the saver's own choice.
+    std::function<WorldChoice(const HushmeadowsSettings&)> chooseWorld = SaverScreen::libraryWorlds(media);
+    if (options->world)
+        chooseWorld = [named = *world](const HushmeadowsSettings&) { return WorldChoice{{}, std::nullopt, named, "direct"}; };
 
     // Our own handlers, in place before SDL starts: the first SIGTERM or
     // SIGINT ends the loop however early it comes, and the loop's thread then
     // tears everything down in order.
     SDLRunLoop loop;
     TerminationSignals signals([&loop](int) { loop.quit(); });
+
+    auto display = X11SaverDisplay::open();
+    if (!display) {
+        std::fprintf(err, "hushmeadows play: %s\n", display.error().c_str());
+        return 1;
+    }
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
     // X11 or nothing (SDL_VIDEODRIVER still wins): SDL would otherwise fall
     // back to its offscreen driver and run with nothing on screen.
@@ -173,64 +174,44 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
         std::fprintf(err, "hushmeadows play: cannot open the display: %s\n", SDL_GetError());
         return 1;
     }
-    SDLSession session;
+    SaverScreen::SDLVideo video;
 
     SDLSceneSurface::WindowOptions windowOptions;
     windowOptions.size = options->windowSize;
     windowOptions.foreignWindow = options->windowID;
     auto surface = SDLSceneSurface::openWindow(windowOptions);
-    if (!surface) {
-        std::fprintf(err, "hushmeadows play: cannot open a window: %s\n", surface.error().c_str());
+    auto window = surface ? (*surface)->x11Window() : std::nullopt;
+    if (!surface || !window) {
+        std::fprintf(err, "hushmeadows play: cannot open a window: %s\n", surface ? "it is not an X window" : surface.error().c_str());
         return 1;
     }
     if (!options->windowSize && !options->windowID)
         SDL_ShowCursor(SDL_DISABLE);
-    SDLSceneSurface& drawing = **surface;
 
+    // The saver's view in its preview role: no activation, so no sound.
     PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
-    PixelSceneView::VideoSourceMaker makeSource;
-    if (!options->posterOnly) {
-        makeSource = [&loop](const std::vector<std::filesystem::path>& urls) {
-            return std::make_unique<LoopingVideoSource>(urls, loop, std::make_unique<ThreadSerialQueue>(LoopingVideoSource::queueLabel),
-                                                        &FFmpegVideoFile::open);
-        };
-    }
-    PixelSceneView view(drawing, posters, loop, std::move(makeSource));
-    view.setPixelPerfect(settings.pixelPerfectScaling);
-    view.setFillsView(settings.framing == Framing::fill);
+    LinuxSaverAudio sound(loop, media);
+    LinuxSaverSession session(**display, nullptr);
+    ActivationMonitor activation;
+    SaverScreen::Shared shared{loop, **display, posters, session, sound.arbiter(), activation, loadSettings, chooseWorld, true,
+                               options->posterOnly};
+    SaverScreen screen = SaverScreen::open(shared, *window, std::move(*surface));
+    screen.host->setFrameHandler([&screen] { screen.view->animateOneFrame(); });
 
     loop.setEventHandler([&](const SDL_Event& event) {
         if (event.type == SDL_QUIT || (event.type == SDL_KEYDOWN && event.key.keysym.sym == SDLK_ESCAPE))
             loop.quit();
-        else if (drawing.handleEvent(event))
-            view.layout();
-        if (auto visible = drawing.visibilityChange(event))
-            view.setSuspended(Suspension::occluded, !*visible);
+        else
+            screen.handleEvent(event);
     });
-    loop.setBeforeWait([&] { drawing.render(); });
-
+    loop.setBeforeWait([&screen] { screen.host->render(); });
     // The picture holds still while the machine or the displays sleep.
     LinuxPowerEvents power(loop);
-    power.observeSuspensions([&view](Suspension reason, bool suspended) { view.setSuspended(reason, suspended); });
+    power.observeSuspensions([&screen](Suspension reason, bool suspended) { screen.setSuspended(reason, suspended); });
 
-    view.load(shown);
-    view.play();
-    // Sound as the saver would have it: only with the opt-in and not muted,
-    // faded in by the arbiter.
-    std::unique_ptr<LinuxSaverAudio> sound;
-    if (settings.screenSaverAudioEnabled && !settings.isMuted) {
-        sound = std::make_unique<LinuxSaverAudio>(loop, media);
-        sound->arbiter().acquire(&view, shown, settings);
-    }
+    screen.view->startAnimation();
     loop.run();
-
-    // Cut at once: the sound never outlives the picture.
-    if (sound) {
-        sound->arbiter().release(&view, true);
-        sound.reset();
-    }
-
-    view.tearDown();
+    screen.view->stopAnimation();
     loop.setEventHandler({});
     loop.setBeforeWait({});
     return 0;

@@ -12,8 +12,7 @@ namespace hushmeadows {
 // [--poster-only] [--framing fill|wholeScene] [--no-pixel-perfect]`: shows a
 // world's picture in a window (full screen without --window) until the window
 // is closed, Escape is pressed, or SIGTERM or SIGINT arrives; then returns 0.
-// With the settings' sound opt-in on and not muted, the world's sound plays,
-// faded in over 4 s, and is cut at once when play ends.
+// It is the saver's view in its preview role, and so silent.
 // WORLD is a package folder (…/name.hushmeadow) or a world id from the
 // library; without it, the world the saver would choose. Returns 1 when the
 // world or the window cannot be had, 2 for a usage error.

@@ -1,14 +1,12 @@
 #include "Apps/hushmeadows/SaverCommand.h"
 
-#include "Apps/hushmeadows/ProgramPaths.h"
+#include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
-#include "HushmeadowsSaver/HushmeadowsScreenSaverView.h"
-#include "HushmeadowsSaver/WorldChoice.h"
 #include "Platforms/Linux/DisplayAudioLock.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"
-#include "Platforms/Linux/LinuxSaverHost.h"
+#include "Platforms/Linux/LinuxSaverSession.h"
 #include "Platforms/Linux/ParentProcess.h"
 #include "Platforms/Linux/SDLRunLoop.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
@@ -16,13 +14,11 @@
 #include "Platforms/Linux/ThreadSerialQueue.h"
 #include "Platforms/Linux/X11SaverDisplay.h"
 #include "SceneCore/Runtime/Log.h"
-#include "SceneCore/Settings/SettingsStore.h"
 
 #include <SDL.h>
 
 #include <cstdlib>
 #include <expected>
-#include <random>
 
 namespace hushmeadows {
 
@@ -91,56 +87,6 @@ std::expected<SaverOptions, int> parse(const std::vector<std::string>& arguments
     return options;
 }
 
-// Nobody on Linux listens for the saver's announcements yet: they are logged.
-class LoggingCenter final : public NotificationCenter {
-public:
-    void post(const Notification& notification) override { Log::saver.info("announced %{public}s", notification.name); }
-};
-
-// The session as the X server and our parent tell it.
-class LinuxSaverSession final : public SystemSession {
-public:
-    LinuxSaverSession(X11SaverDisplay& display, std::shared_ptr<WatchedProcess> engine)
-        : display_(display)
-        , engine_(std::move(engine))
-    {
-    }
-    std::vector<EngineProcess> engineProcesses() const override
-    {
-        if (!engine_)
-            return {};
-        return {EngineProcess{engine_, std::nullopt}};
-    }
-    std::optional<bool> screenIsLocked() const override
-    {
-        auto state = display_.daemonState();
-        if (state == X11SaverDisplay::DaemonState::absent)
-            return std::nullopt;
-        return state == X11SaverDisplay::DaemonState::lock;
-    }
-    double idleSeconds() const override { return display_.idleSeconds(); }
-
-private:
-    X11SaverDisplay& display_;
-    std::shared_ptr<WatchedProcess> engine_;
-};
-
-// One view on one window; members go in reverse order, the view first.
-struct SaverScreen {
-    std::uint64_t window = 0;
-    std::unique_ptr<SDLSceneSurface> surface;
-    std::unique_ptr<LinuxSaverHost> host;
-    std::unique_ptr<SaverServices> services;
-    std::unique_ptr<HushmeadowsScreenSaverView> view;
-};
-
-struct SDLVideo {
-    SDLVideo() = default;
-    SDLVideo(const SDLVideo&) = delete;
-    SDLVideo& operator=(const SDLVideo&) = delete;
-    ~SDLVideo() { SDL_Quit(); }
-};
-
 } // namespace
 
 int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe& media, std::FILE* out, std::FILE* err)
@@ -203,12 +149,11 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         std::fprintf(err, "hushmeadows saver: cannot start drawing: %s\n", SDL_GetError());
         return 1;
     }
-    SDLVideo video;
+    SaverScreen::SDLVideo video;
 
     PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
     LinuxSaverAudio sound(loop, media);
     DisplayAudioLock audio(sound.arbiter(), DisplayAudioLock::defaultPath());
-    LoggingCenter center;
     LinuxSaverSession session(x, options->mode == Mode::daemon ? parent : nullptr);
 
     // The daemon launched us on its window, or the user's idle hook ran us:
@@ -230,13 +175,10 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
             activation.screenSaverDidStop();
     };
 
-    Bundle bundle = programBundle();
-    auto version = [&bundle](const char* key) -> std::optional<std::string> {
-        auto it = bundle.info.find(key);
-        return it == bundle.info.end() ? std::nullopt : std::optional<std::string>(it->second);
+    SaverScreen::Shared shared{
+        loop, x, posters, session, audio, activation, SaverScreen::storedSettings(), SaverScreen::libraryWorlds(media),
+        options->mode == Mode::preview, false,
     };
-    const auto folders = linuxWorldsFolders(Environment::current(), bundledWorldsFolder());
-    std::random_device random;
 
     screens.reserve(windows.size());
     for (std::uint64_t window : windows) {
@@ -250,26 +192,7 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
             screens.clear();
             return 1;
         }
-        SaverScreen& screen = screens.emplace_back();
-        screen.window = window;
-        screen.surface = std::move(*surface);
-        screen.host = std::make_unique<LinuxSaverHost>(loop, x, window, *screen.surface, posters, options->mode == Mode::preview);
-        screen.services = std::make_unique<SaverServices>(SaverServices{
-            loop,
-            center,
-            session,
-            audio,
-            *screen.host,
-            activation,
-            [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
-            [&folders, &media](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, media); },
-            version("CFBundleShortVersionString"),
-            version("CFBundleVersion"),
-            [&random] { return static_cast<std::uint32_t>(random()); },
-            [] { return std::chrono::system_clock::now(); },
-            Calendar::current(),
-        });
-        screen.view = std::make_unique<HushmeadowsScreenSaverView>(*screen.host, *screen.services);
+        SaverScreen& screen = screens.emplace_back(SaverScreen::open(shared, window, std::move(*surface)));
         HushmeadowsScreenSaverView& view = *screen.view;
         screen.host->setFrameHandler([&view, &loop, &parent] {
             view.animateOneFrame();
@@ -282,20 +205,14 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     }
 
     loop.setEventHandler([&](const SDL_Event& event) {
-        for (auto& screen : screens) {
-            SceneView* scene = screen.view->sceneView();
-            if (screen.surface->handleEvent(event) && scene)
-                scene->layout();
-            if (auto visible = screen.surface->visibilityChange(event); visible && scene)
-                scene->setSuspended(Suspension::occluded, !*visible);
-        }
+        for (auto& screen : screens)
+            screen.handleEvent(event);
     });
     // The picture holds still while the machine or the displays sleep.
     LinuxPowerEvents power(loop);
     power.observeSuspensions([&screens](Suspension reason, bool suspended) {
         for (auto& screen : screens)
-            if (SceneView* scene = screen.view->sceneView())
-                scene->setSuspended(reason, suspended);
+            screen.setSuspended(reason, suspended);
     });
     loop.setBeforeWait([&] {
         for (auto& screen : screens)

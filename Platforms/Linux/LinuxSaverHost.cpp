@@ -89,10 +89,14 @@ void LinuxSaverHost::render()
 std::unique_ptr<SceneView> LinuxSaverHost::makeSceneView(Size)
 {
     RunLoop& loop = loop_;
-    return std::make_unique<PixelSceneView>(surface_, posters_, loop_, [&loop](const std::vector<std::filesystem::path>& urls) {
-        return std::make_unique<LoopingVideoSource>(urls, loop, std::make_unique<ThreadSerialQueue>(LoopingVideoSource::queueLabel),
-                                                    &FFmpegVideoFile::open);
-    });
+    PixelSceneView::VideoSourceMaker makeSource;
+    if (!postersOnly_) {
+        makeSource = [&loop](const std::vector<std::filesystem::path>& urls) {
+            return std::make_unique<LoopingVideoSource>(urls, loop, std::make_unique<ThreadSerialQueue>(LoopingVideoSource::queueLabel),
+                                                        &FFmpegVideoFile::open);
+        };
+    }
+    return std::make_unique<PixelSceneView>(surface_, posters_, loop_, std::move(makeSource));
 }
 
 int LinuxSaverHost::liveSceneViews() const { return PixelSceneView::liveCount(); }

@@ -31,6 +31,8 @@ public:
     void setFrameHandler(std::function<void()> tick) { tick_ = std::move(tick); }
     // The window is gone: from now on the view has none.
     void windowWasDestroyed() { windowGone_ = true; }
+    // Scene views made from now on show the world's poster and play no video.
+    void showPostersOnly() { postersOnly_ = true; }
     // Draws what changed, only while a scene view shows on the window: a dark
     // or stopped view never draws.
     void render();
@@ -63,6 +65,7 @@ private:
     PosterStore& posters_;
     bool preview_;
     bool windowGone_ = false;
+    bool postersOnly_ = false;
     double interval_ = 1.0 / 48.0;
     std::function<void()> tick_;
     std::shared_ptr<Cancellable> timer_;

@@ -2,6 +2,8 @@
 
 #include "SceneCore/Picture/NearestUpscaler.h"
 
+#include <SDL_syswm.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -134,6 +136,15 @@ std::expected<std::unique_ptr<SDLSceneSurface>, std::string> SDLSceneSurface::op
         return std::unexpected(error);
     }
     return std::unique_ptr<SDLSceneSurface>(new SDLSceneSurface(window, surface));
+}
+
+std::optional<std::uint64_t> SDLSceneSurface::x11Window() const
+{
+    SDL_SysWMinfo info;
+    SDL_VERSION(&info.version);
+    if (!window_ || !SDL_GetWindowWMInfo(window_, &info) || info.subsystem != SDL_SYSWM_X11)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(info.info.x11.window);
 }
 
 SDLSceneSurface::SDLSceneSurface(SDL_Surface* target)

@@ -67,6 +67,8 @@ public:
     void setNeedsDisplay() { backgroundDirty_ = true; }
 
     SDL_Window* window() const { return window_; }
+    // The X window drawn into, when the window is on X.
+    std::optional<std::uint64_t> x11Window() const;
     long framesRendered() const { return framesRendered_; }
 
 private:

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# `hushmeadows play` with sound through a real PulseAudio null sink: the
-# monitor is recorded, the world's sound must be heard (fading in), and it
-# must stop as soon as the program gets SIGTERM.
+# The standalone `hushmeadows saver` with sound through a real PulseAudio null
+# sink: the monitor is recorded, the world's sound must be heard (fading in),
+# and it must stop as soon as the saver gets SIGTERM.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 program=$(realpath "$1")
@@ -46,16 +46,16 @@ recorder=$!
 pids+=($recorder)
 sleep 0.5
 play_start=$(date +%s.%N)
-SDL_AUDIODRIVER=pulseaudio "$program" play "$world" --window 320x180 > play.log 2>&1 &
+SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!
 pids+=($player)
 sleep 6
 term_at=$(date +%s.%N)
 kill -TERM "$player"
 for _ in $(seq 50); do kill -0 "$player" 2>/dev/null || break; sleep 0.05; done
-kill -0 "$player" 2>/dev/null && fail "play still running 2.5 s after SIGTERM"
-echo "play exited $(echo "($(date +%s.%N) - $term_at) * 1000" | bc -l | cut -d. -f1) ms after SIGTERM (polled every 50 ms)"
-wait "$player" || fail "play exited with $?"
+kill -0 "$player" 2>/dev/null && fail "saver still running 2.5 s after SIGTERM"
+echo "saver exited $(echo "($(date +%s.%N) - $term_at) * 1000" | bc -l | cut -d. -f1) ms after SIGTERM (polled every 50 ms)"
+wait "$player" || fail "saver exited with $?"
 sleep 1.5
 kill "$recorder"; wait "$recorder" 2>/dev/null || true
 
@@ -63,4 +63,4 @@ kill "$recorder"; wait "$recorder" 2>/dev/null || true
 "$program" render-audio "$world" --seconds 6 --out expected.wav > /dev/null 2>&1
 
 python3 "$here/sound_check.py" rec.raw expected.wav "$(echo "$term_at - $play_start" | bc -l)" || { cat play.log; fail "sound check"; }
-echo "play with sound: all cases passed"
+echo "saver with sound: all cases passed"
