@@ -2,7 +2,6 @@
 #include "Platforms/Linux/ThreadRunLoop.h"
 #include "Platforms/Linux/ThreadSerialQueue.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
-#include "SceneCore/Runtime/Precondition.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -126,11 +125,6 @@ TEST(ThreadSerialQueue, RunsWorkOneAtATimeInOrderOffTheCallingThread)
     EXPECT_TRUE(std::ranges::is_sorted(order));
     EXPECT_FALSE(overlapped);
     EXPECT_FALSE(onCaller);
-}
-
-TEST(PreconditionDeathTest, StopsTheProcessWithItsMessage)
-{
-    EXPECT_DEATH(HM_PRECONDITION(1 + 1 == 3, "arithmetic is broken"), "Precondition failed: arithmetic is broken");
 }
 
 } // namespace

@@ -79,12 +79,5 @@ TEST(NearestUpscaler, EveryPixelShowsItsSourcePixelWhereverThePictureLands)
         EXPECT_TRUE(upscalesExactly(source, 4, 12, 12, x, y)) << "missing the destination at " << x << "," << y;
 }
 
-TEST(NearestUpscalerDeathTest, ScaleBelowOneStopsTheProcess)
-{
-    const Plane source(2, 2, true);
-    Plane d(4, 4, false);
-    EXPECT_DEATH(NearestUpscaler::upscale(source.source(), 0, d.destination(), 0, 0), "whole scale");
-}
-
 } // namespace
 } // namespace hushmeadows

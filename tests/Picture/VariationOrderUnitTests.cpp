@@ -3,22 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <limits>
 #include <random>
 #include <vector>
 
 namespace hushmeadows {
 namespace {
-
-// Plays back fixed 64-bit words and counts the draws.
-struct ScriptedGenerator {
-    using result_type = std::uint64_t;
-    static constexpr result_type min() { return 0; }
-    static constexpr result_type max() { return std::numeric_limits<result_type>::max(); }
-    std::vector<result_type> words;
-    std::size_t* draws;
-    result_type operator()() { return words.at((*draws)++); }
-};
 
 template <class Generator>
 std::vector<int> take(VariationOrder<Generator>& order, int n)
@@ -58,18 +47,6 @@ TEST(VariationOrder, RoundsArePermutationsThatNeverRepeatAnIndex)
     const int first = two.next();
     for (int i = 1; i < 50; ++i)
         ASSERT_EQ(two.next(), (first + i) % 2);
-}
-
-TEST(VariationOrder, RoundThatWouldRepeatSwapsFirstAndLastWithoutReshuffling)
-{
-    // A shuffle of three takes two words: slot 2 swaps with word % 3, then slot
-    // 1 with word % 2. Round one keeps [0, 1, 2] and plays 2, 1, 0; round two
-    // makes [2, 1, 0], which would open with 0 again, so it plays [0, 1, 2]
-    // from the back instead.
-    std::size_t draws = 0;
-    VariationOrder order(3, ScriptedGenerator{{2, 1, 3, 1}, &draws});
-    EXPECT_EQ(take(order, 6), (std::vector<int>{2, 1, 0, 2, 1, 0}));
-    EXPECT_EQ(draws, 4u);
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 #include "SceneCore/Runtime/Log.h"
-#include "tests/support/LogCapture.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace hushmeadows {
@@ -38,21 +36,6 @@ TEST(LogFormat, MissingArgumentsDoNotCrash)
     EXPECT_EQ(render("a %{public}s b %ld", {std::string("x")}), "a x b <missing>");
     EXPECT_EQ(render("trailing %", {}), "trailing %");
     EXPECT_EQ(render("open %{public", {std::string("x")}), "open %{public");
-}
-
-TEST(Log, LoggersSendRecordsWithCategoryAndLevel)
-{
-    testing::LogCapture capture;
-    Log::worlds.error("Skipping world %{public}s: %{private}s", std::string("b.hushmeadow"), "bad");
-    Log::saver.notice("didstart runFromPref=%{bool}d", false);
-    auto records = capture.records();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].subsystem, "app.hushmeadows");
-    EXPECT_EQ(records[0].category, "worlds");
-    EXPECT_EQ(records[0].level, LogLevel::error);
-    EXPECT_EQ(records[1].category, "saver");
-    EXPECT_EQ(records[1].level, LogLevel::defaultLevel);
-    EXPECT_THAT(capture.lines("saver"), ::testing::ElementsAre("didstart runFromPref=false"));
 }
 
 } // namespace

@@ -11,16 +11,16 @@ std::shared_ptr<FakeProcess> FakeSession::launchEngine(std::optional<double> lau
     return process;
 }
 
-void RecordingAudioArbiter::acquire(const void* client, const WorldPackage& world, const HushmeadowsSettings&)
+void RecordingAudioArbiter::acquire(const void* client, const WorldPackage&, const HushmeadowsSettings&)
 {
-    calls.push_back({"acquire", client, world.id(), false});
+    calls.push_back({"acquire", client, false});
     if (std::find(clients.begin(), clients.end(), client) == clients.end())
         clients.push_back(client);
 }
 
 void RecordingAudioArbiter::release(const void* client, bool immediately)
 {
-    calls.push_back({"release", client, {}, immediately});
+    calls.push_back({"release", client, immediately});
     clients.erase(std::remove(clients.begin(), clients.end(), client), clients.end());
 }
 
@@ -31,47 +31,6 @@ AudioArbiter::Diagnostics RecordingAudioArbiter::diagnostics(const void* client)
     d.ownsAudio = std::find(clients.begin(), clients.end(), client) != clients.end();
     d.state = clients.empty() ? "idle" : "playing";
     return d;
-}
-
-RecordingSceneView::RecordingSceneView(Size bounds_, std::vector<std::string>& journal, int& live)
-    : bounds(bounds_)
-    , journal_(journal)
-    , live_(live)
-{
-    ++live_;
-}
-
-RecordingSceneView::~RecordingSceneView() { --live_; }
-
-void RecordingSceneView::setPixelPerfect(bool value) { pixelPerfect = value; }
-void RecordingSceneView::setFillsView(bool value) { fillsView = value; }
-
-void RecordingSceneView::load(const WorldPackage& world)
-{
-    worldID = world.id();
-    journal_.push_back("load " + world.id() + " " + world.manifest().visual.file);
-}
-
-void RecordingSceneView::play()
-{
-    playing = true;
-    journal_.push_back("play");
-}
-
-void RecordingSceneView::pumpFrame() { ++frames; }
-
-void RecordingSceneView::tearDown()
-{
-    playing = false;
-    journal_.push_back("tearDown");
-}
-
-std::unique_ptr<SceneView> RecordingSceneViewFactory::makeSceneView(Size bounds)
-{
-    journal.push_back("make");
-    auto view = std::make_unique<RecordingSceneView>(bounds, journal, live);
-    last = view.get();
-    return view;
 }
 
 FakeHost FakeHost::onScreen(const std::vector<ScreenInfo>& screens, std::size_t index)

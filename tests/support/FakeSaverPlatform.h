@@ -6,7 +6,6 @@
 #include "HushmeadowsSaver/SystemSession.h"
 #include "SceneCore/Picture/SceneView.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -43,7 +42,6 @@ public:
 struct AudioCall {
     std::string kind; // "acquire" or "release"
     const void* client;
-    std::string worldID;
     bool immediately = false;
 };
 
@@ -57,29 +55,27 @@ public:
     Diagnostics diagnostics(const void* client) const override;
 };
 
+// Journals what the view is asked to do ("load calm loop.mp4", "play", "tearDown").
 class RecordingSceneView final : public SceneView {
 public:
-    explicit RecordingSceneView(Size bounds, std::vector<std::string>& journal, int& live);
-    ~RecordingSceneView() override;
+    RecordingSceneView(std::vector<std::string>& journal, int& live) : journal_(journal), live_(live) { ++live_; }
+    ~RecordingSceneView() override { --live_; }
 
-    void setPixelPerfect(bool value) override;
-    void setFillsView(bool value) override;
-    void load(const WorldPackage& world) override;
-    void play() override;
-    void pumpFrame() override;
+    void setPixelPerfect(bool value) override { pixelPerfect = value; }
+    void setFillsView(bool value) override { fillsView = value; }
+    void load(const WorldPackage& world) override { journal_.push_back("load " + world.id() + " " + world.manifest().visual.file); }
+    void play() override { journal_.push_back("play"); }
+    void pumpFrame() override { ++frames; }
     void setSuspended(Suspension, bool) override {}
     void layout() override {}
-    void tearDown() override;
-    bool isPlaying() const override { return playing; }
+    void tearDown() override { journal_.push_back("tearDown"); }
+    bool isPlaying() const override { return false; }
     long loopCount() const override { return 0; }
     long framesDisplayed() const override { return frames; }
 
-    Size bounds;
     bool pixelPerfect = false;
     bool fillsView = false;
-    bool playing = false;
     long frames = 0;
-    std::string worldID;
 
 private:
     std::vector<std::string>& journal_;
@@ -88,11 +84,16 @@ private:
 
 class RecordingSceneViewFactory final : public SceneViewFactory {
 public:
-    std::unique_ptr<SceneView> makeSceneView(Size bounds) override;
+    std::unique_ptr<SceneView> makeSceneView(Size) override
+    {
+        auto view = std::make_unique<RecordingSceneView>(journal, live);
+        last = view.get();
+        return view;
+    }
     int liveSceneViews() const override { return live; }
     int liveVideoSources() const override { return 0; }
 
-    std::vector<std::string> journal; // "make", "load calm", "play", "tearDown", ...
+    std::vector<std::string> journal;
     RecordingSceneView* last = nullptr;
     int live = 0;
 };
@@ -104,8 +105,6 @@ public:
     std::optional<WindowInfo> windowInfo;
     std::vector<ScreenInfo> screenList;
     bool animating = false;
-    double interval = 0;
-    bool black = false;
     SceneView* subview = nullptr;
 
     bool isPreview() const override { return preview; }
@@ -115,8 +114,8 @@ public:
     void superStartAnimation() override { animating = true; }
     void superStopAnimation() override { animating = false; }
     bool isAnimating() const override { return animating; }
-    void setAnimationTimeInterval(double seconds) override { interval = seconds; }
-    void makeBackingLayerBlack() override { black = true; }
+    void setAnimationTimeInterval(double) override {}
+    void makeBackingLayerBlack() override {}
     void addSceneView(SceneView& view) override { subview = &view; }
     void removeSceneView(SceneView& view) override
     {
