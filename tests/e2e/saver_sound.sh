@@ -49,7 +49,10 @@ play_start=$(date +%s.%N)
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!
 pids+=($player)
-sleep 6
+# Decoding takes longer on a loaded machine: time the run from the sound's start.
+for _ in $(seq 300); do grep -q 'Sound started' play.log && break; sleep 0.1; done
+grep -q 'Sound started' play.log || { cat play.log; fail "no sound started within 30 s"; }
+sleep 5.5
 term_at=$(date +%s.%N)
 kill -TERM "$player"
 for _ in $(seq 50); do kill -0 "$player" 2>/dev/null || break; sleep 0.05; done
