@@ -30,15 +30,9 @@ mkdir -p "$world"
 ffmpeg -hide_banner -loglevel error -f lavfi -i testsrc2=size=640x360:rate=48 -t 5 -c:v libx264 -crf 20 -pix_fmt yuv420p "$world/loop.mp4"
 echo '{"formatVersion":1,"id":"bench","name":"bench","visual":{"file":"loop.mp4","pixelArt":true}}' > "$world/world.json"
 
-display=""
-for n in $(seq 160 199); do
-  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-[ -n "$display" ] || { echo "no free X display number" >&2; exit 1; }
-Xvfb "$display" -screen 0 1920x1080x24 -nolisten tcp -noreset > /dev/null 2>&1 &
-xvfb=$!
-export DISPLAY=$display
-for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
+source tools/xvfb.sh
+start_xvfb 160 199 1920x1080 || { echo "no free X display number" >&2; exit 1; }
+xvfb=$xvfb_pid
 
 ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 hz=$(getconf CLK_TCK)

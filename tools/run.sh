@@ -16,22 +16,17 @@ if [ -n "${DISPLAY:-}" ] && xdpyinfo > /dev/null 2>&1; then
   exec "$program" play "$worlds/meadow.hushmeadow" "$@"
 fi
 
-display=""
-for n in $(seq 60 89); do
-  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-[ -n "$display" ] || { echo "no free X display number for Xvfb" >&2; exit 1; }
-Xvfb "$display" -screen 0 1280x720x24 -nolisten tcp -noreset > /dev/null 2>&1 &
-xvfb=$!
+source tools/xvfb.sh
+start_xvfb 60 89 1280x720 || { echo "no free X display number for Xvfb" >&2; exit 1; }
+xvfb=$xvfb_pid
 trap 'kill $xvfb 2>/dev/null || true' EXIT
-for _ in $(seq 50); do DISPLAY=$display xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
-DISPLAY=$display "$program" play "$worlds/meadow.hushmeadow" "$@" &
+"$program" play "$worlds/meadow.hushmeadow" "$@" &
 player=$!
 sleep 4
 mkdir -p build/run
-DISPLAY=$display xwd -root -silent | convert xwd:- png:build/run/meadow-before.png
+xwd -root -silent | convert xwd:- png:build/run/meadow-before.png
 sleep 1
-DISPLAY=$display xwd -root -silent | convert xwd:- png:build/run/meadow.png
+xwd -root -silent | convert xwd:- png:build/run/meadow.png
 kill -TERM "$player"
 wait "$player"
 # The world is a looping video: a second later the picture must have moved.

@@ -22,7 +22,7 @@ export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG
 export XDG_RUNTIME_DIR=$work/run SDL_AUDIODRIVER=pulseaudio
 mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 
-source "$root/tools/two-monitor-xvfb.sh"
+source "$root/tools/xvfb.sh"
 start_two_monitor_xvfb 110 129 || { echo "no free display" >&2; exit 1; }
 pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
   --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > /dev/null 2>&1

@@ -29,7 +29,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-source "$here/../../tools/two-monitor-xvfb.sh"
+source "$here/../../tools/xvfb.sh"
 start_two_monitor_xvfb 90 109 || fail "no free display"
 
 mkdir -p pulse; chmod 700 pulse
