@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <optional>
+
 namespace hushmeadows {
 namespace {
 
@@ -192,61 +195,71 @@ TEST_F(SaverTest, StartLinesSayWhy)
                                                  "allDisplays=false role=display audioOptIn=true muted=false audioAllowed=true")));
 }
 
-TEST_F(SaverTest, EngineIsCheckedEvery24thFrame)
+// Every way a run ends, one after another on one view: back to idle with the
+// scene view gone and no more frames, the sound cut or (on a host's stop)
+// faded. Each start watches the engine launched last.
+TEST_F(SaverTest, EveryEndReturnsToIdleAndReleasesTheSound)
 {
+    using End = std::function<void(View&, testing::FakeHost&, testing::FakeProcess&)>;
+    const struct {
+        const char* name;
+        End end;
+        bool immediately;
+        std::string logged;
+    } ends[] = {
+        {"engine ended, seen at the 24th frame", [](View& v, auto&, testing::FakeProcess& engine) {
+             for (int i = 0; i < 22; ++i)
+                 v.animateOneFrame();
+             engine.terminated = true;
+             v.animateOneFrame();
+             EXPECT_EQ(v.role(), View::Role::display);
+             v.animateOneFrame();
+         }, true, "[zz] screen saver engine ended without willstop; stopping"},
+        {"will stop", [](View& v, auto&, auto&) { v.screenSaverWillStop(); }, true, "[zz] willstop"},
+        {"host stops", [](View& v, auto&, auto&) { v.stopAnimation(); }, false, "[zz] stop"},
+        {"window left", [](View& v, testing::FakeHost& h, auto&) {
+             h.windowInfo.reset();
+             v.viewDidMoveToWindow();
+         }, true, ""},
+        {"a later engine ended", [](View& v, auto&, testing::FakeProcess& engine) {
+             engine.terminated = true;
+             for (int i = 0; i < 23; ++i)
+                 v.animateOneFrame();
+         }, true, "[zz] screen saver engine ended without willstop; stopping"},
+    };
     settings.screenSaverAudioEnabled = true;
-    auto engine = session.launchEngine();
-    testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
+    testing::FakeHost host;
     View view(host, services);
     realActivation();
-    view.startAnimation();
-    for (int i = 0; i < 22; ++i)
+    double launched = 0;
+    for (const auto& c : ends) {
+        SCOPED_TRACE(c.name);
+        host = testing::FakeHost::onScreen(twoScreens, 0);
+        auto engine = session.launchEngine(++launched);
+        view.startAnimation();
+        ASSERT_EQ(view.role(), View::Role::display);
+        log.clear();
+        c.end(view, host, *engine);
         view.animateOneFrame();
-    engine->terminated = true;
-    view.animateOneFrame(); // 23
-    EXPECT_EQ(view.role(), View::Role::display);
-    view.animateOneFrame(); // 24
-    EXPECT_EQ(view.role(), View::Role::idle);
-    EXPECT_EQ(view.sceneView(), nullptr);
-    EXPECT_FALSE(host.animating);
+        EXPECT_EQ(view.role(), View::Role::idle);
+        EXPECT_EQ(view.sceneView(), nullptr);
+        EXPECT_EQ(scenes.journal.back(), "tearDown");
+        EXPECT_FALSE(host.animating);
+        EXPECT_TRUE(audio.calls.back().kind == "release" && audio.calls.back().immediately == c.immediately);
+        if (!c.logged.empty()) {
+            EXPECT_THAT(saverLines(), Contains(c.logged));
+        }
+    }
+
+    // A view that goes away cuts its sound and leaves no scene view behind.
+    std::optional<View> gone(std::in_place, host, services);
+    gone->startAnimation();
+    EXPECT_TRUE(std::get<bool>(gone->hushmeadowsDiagnostics().at("ownsAudio")));
+    const void* identity = &*gone;
+    gone.reset();
     EXPECT_TRUE(audio.calls.back().kind == "release" && audio.calls.back().immediately);
-    EXPECT_THAT(saverLines(), Contains("[zz] screen saver engine ended without willstop; stopping"));
-
-    // A new start watches the newly launched engine.
-    engine = session.launchEngine(2.0);
-    view.startAnimation();
-    engine->terminated = true;
-    for (int i = 0; i < 24; ++i)
-        view.animateOneFrame();
-    EXPECT_EQ(view.role(), View::Role::idle);
-}
-
-TEST_F(SaverTest, WillStopCutsAndStopAnimationFades)
-{
-    settings.screenSaverAudioEnabled = true;
-    testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
-    View view(host, services);
-    realActivation();
-    view.startAnimation();
-    ASSERT_EQ(acquires(), 1);
-
-    view.screenSaverWillStop();
-    EXPECT_EQ(view.role(), View::Role::idle);
-    EXPECT_EQ(view.sceneView(), nullptr);
-    EXPECT_EQ(scenes.journal.back(), "tearDown");
-    EXPECT_TRUE(audio.calls.back().kind == "release" && audio.calls.back().immediately);
-
-    view.startAnimation();
-    view.stopAnimation();
-    EXPECT_FALSE(host.animating);
-    EXPECT_FALSE(audio.calls.back().immediately);
-
-    // Leaving the window cuts too.
-    view.startAnimation();
-    host.windowInfo.reset();
-    view.viewDidMoveToWindow();
-    EXPECT_TRUE(audio.calls.back().immediately);
-    EXPECT_EQ(view.role(), View::Role::idle);
+    EXPECT_EQ(audio.calls.back().client, identity);
+    EXPECT_EQ(scenes.live, 0);
 }
 
 TEST_F(SaverTest, ANewStartRereadsSettingsAndWorld)
@@ -323,23 +336,6 @@ TEST_F(SaverTest, TheLatestLiveEngineIsTheOneWatched)
     EXPECT_EQ(View::runningEngine(services), undated);
     undated->terminated = true;
     EXPECT_EQ(View::runningEngine(services), nullptr);
-}
-
-TEST_F(SaverTest, DestructionReleasesAtOnce)
-{
-    settings.screenSaverAudioEnabled = true;
-    testing::FakeHost host = testing::FakeHost::onScreen(twoScreens, 0);
-    const void* identity = nullptr;
-    {
-        View view(host, services);
-        identity = &view;
-        realActivation();
-        view.startAnimation();
-        EXPECT_TRUE(std::get<bool>(view.hushmeadowsDiagnostics().at("ownsAudio")));
-    }
-    EXPECT_TRUE(audio.calls.back().kind == "release" && audio.calls.back().immediately);
-    EXPECT_EQ(audio.calls.back().client, identity);
-    EXPECT_EQ(scenes.live, 0);
 }
 
 TEST(ActivationMonitor, ConnectsOnceAndKeepsTheLastWord)

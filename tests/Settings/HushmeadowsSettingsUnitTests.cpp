@@ -33,7 +33,6 @@ TEST(HushmeadowsSettings, VolumesAreKeptWithinZeroToOne)
     EXPECT_EQ(decoded({{"musicVolume", -0.2}}).musicVolume, 0.0);
     EXPECT_EQ(decoded({{"ambienceVolume", 0.35}}).ambienceVolume, 0.35);
     EXPECT_EQ(decoded({{"ambienceVolume", 3}}).ambienceVolume, 1.0);
-    EXPECT_FALSE(decoded({{"musicVolume", "loud"}}).musicVolume);
     EXPECT_FALSE(decoded({{"musicVolume", true}}).musicVolume);
 
     auto mixes = decoded({{"worldMixes", {{"a", {{"music", 2.5}, {"ambience", -1}}}}}}).worldMixes;
@@ -101,20 +100,28 @@ TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
     EXPECT_NO_THROW(HushmeadowsSettings::decode(" {\"musicVolume\": {}} "));
 }
 
-TEST(HushmeadowsSettings, TimeOfDayPhase)
+// Night is an hour below 7 or above 18 on the calendar's clock, unless chosen.
+TEST(HushmeadowsSettings, TimeOfDayPhaseFollowsTheCalendarsHour)
 {
-    auto utc = Calendar::fixedOffset(0s);
-    auto midnight = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1};
-    auto at = [&](int hour) { return midnight + std::chrono::hours(hour); };
-    TimeOfDay automatic = TimeOfDay::automatic;
-    EXPECT_EQ(automatic.phase(at(6) + 59min, utc), DayPhase::night);
-    EXPECT_EQ(automatic.phase(at(7), utc), DayPhase::day);
-    EXPECT_EQ(automatic.phase(at(18) + 59min, utc), DayPhase::day);
-    EXPECT_EQ(automatic.phase(at(19), utc), DayPhase::night);
-    // The hour is the calendar's: 17:00 UTC is 19:00 two hours east.
-    EXPECT_EQ(automatic.phase(at(17), Calendar::fixedOffset(2h)), DayPhase::night);
-    EXPECT_EQ(TimeOfDay(TimeOfDay::day).phase(at(2), utc), DayPhase::day);
-    EXPECT_EQ(TimeOfDay(TimeOfDay::night).phase(at(12), utc), DayPhase::night);
+    const auto midnight = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1};
+    const struct {
+        TimeOfDay setting;
+        std::chrono::minutes utc;
+        std::chrono::hours offset;
+        DayPhase phase;
+    } cases[] = {
+        {TimeOfDay::automatic, 6h + 59min, 0h, DayPhase::night},
+        {TimeOfDay::automatic, 7h, 0h, DayPhase::day},
+        {TimeOfDay::automatic, 18h + 59min, 0h, DayPhase::day},
+        {TimeOfDay::automatic, 19h, 0h, DayPhase::night},
+        {TimeOfDay::automatic, 17h, 2h, DayPhase::night},        // 19:00 two hours east
+        {TimeOfDay::automatic, 6h + 30min, 2h, DayPhase::day},    // 08:30 two hours east
+        {TimeOfDay::automatic, 6h + 30min, -7h, DayPhase::night}, // 23:30 the evening before
+        {TimeOfDay::day, 2h, 0h, DayPhase::day},
+        {TimeOfDay::night, 12h, 0h, DayPhase::night},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.setting.phase(midnight + c.utc, Calendar::fixedOffset(c.offset)), c.phase) << c.utc.count() << " min, " << c.offset.count() << " h";
 }
 
 WorldManifest worldWith(std::optional<double> music, std::optional<double> ambience)

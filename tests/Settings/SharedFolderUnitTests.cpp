@@ -8,53 +8,38 @@ namespace {
 
 using Path = std::filesystem::path;
 
-Environment linuxUser()
+TEST(SharedFolder, FollowsXDGConfigHomeOnLinuxAndTheRealHomeOnMacOS)
 {
-    Environment environment;
-    environment.platform = Environment::Platform::linuxDesktop;
-    environment.userDatabaseHome = Path("/home/ada");
-    environment.processHome = Path("/tmp/session-home");
-    return environment;
-}
-
-Environment sandboxedMacUser()
-{
-    Environment environment;
-    environment.platform = Environment::Platform::macOS;
-    environment.userDatabaseHome = Path("/Users/ada");
-    environment.processHome = Path("/Users/ada/Library/Containers/app.hushmeadows/Data");
-    return environment;
-}
-
-TEST(SharedFolder, LinuxFollowsXDGConfigHome)
-{
-    auto environment = linuxUser();
-    EXPECT_EQ(SettingsStore::sharedFileURL(environment), Path("/tmp/session-home/.config/hushmeadows/Settings.json"));
-
-    environment.xdgConfigHome = "/srv/config";
-    EXPECT_EQ(SharedFolder::url(environment), Path("/srv/config/hushmeadows"));
-
-    // A relative or empty value is not a base directory.
-    environment.xdgConfigHome = "relative/config";
-    EXPECT_EQ(SharedFolder::url(environment), Path("/tmp/session-home/.config/hushmeadows"));
-    environment.xdgConfigHome = "";
-    EXPECT_EQ(SharedFolder::url(environment), Path("/tmp/session-home/.config/hushmeadows"));
-
-    // Without $HOME the user database decides.
-    environment.processHome.reset();
-    EXPECT_EQ(SharedFolder::fileURL("Settings.json", environment), Path("/home/ada/.config/hushmeadows/Settings.json"));
-}
-
-TEST(SharedFolder, MacOSUsesTheRealHomeNotTheContainer)
-{
-    auto environment = sandboxedMacUser();
-    environment.xdgConfigHome = "/ignored";
-    EXPECT_EQ(SharedFolder::realHomeDirectory(environment), Path("/Users/ada"));
-    EXPECT_EQ(SettingsStore::sharedFileURL(environment), Path("/Users/ada/Library/Application Support/Hushmeadows/Settings.json"));
-
-    environment.userDatabaseHome.reset();
-    EXPECT_EQ(SharedFolder::url(environment),
-              Path("/Users/ada/Library/Containers/app.hushmeadows/Data/Library/Application Support/Hushmeadows"));
+    using enum Environment::Platform;
+    const Path ada = "/home/ada", session = "/tmp/session-home";
+    const Path container = "/Users/ada/Library/Containers/app.hushmeadows/Data";
+    struct Case {
+        Environment::Platform platform;
+        std::optional<Path> userDatabaseHome = {}, processHome = {};
+        std::optional<std::string> xdgConfigHome = {};
+    };
+    const std::pair<Case, Path> cases[] = {
+        {{.platform = linuxDesktop, .userDatabaseHome = ada, .processHome = session}, session / ".config/hushmeadows"},
+        {{.platform = linuxDesktop, .userDatabaseHome = ada, .processHome = session, .xdgConfigHome = "/srv/config"}, "/srv/config/hushmeadows"},
+        // A relative or empty value is not a base directory.
+        {{.platform = linuxDesktop, .userDatabaseHome = ada, .processHome = session, .xdgConfigHome = "relative/config"}, session / ".config/hushmeadows"},
+        {{.platform = linuxDesktop, .userDatabaseHome = ada, .processHome = session, .xdgConfigHome = ""}, session / ".config/hushmeadows"},
+        // Without $HOME the user database decides.
+        {{.platform = linuxDesktop, .userDatabaseHome = ada}, ada / ".config/hushmeadows"},
+        // A sandboxed process's $HOME is its container, not the home the companion shares.
+        {{.platform = macOS, .userDatabaseHome = "/Users/ada", .processHome = container, .xdgConfigHome = "/ignored"},
+         "/Users/ada/Library/Application Support/Hushmeadows"},
+        {{.platform = macOS, .processHome = container}, container / "Library/Application Support/Hushmeadows"},
+    };
+    for (const auto& [c, folder] : cases) {
+        Environment environment;
+        environment.platform = c.platform;
+        environment.userDatabaseHome = c.userDatabaseHome;
+        environment.processHome = c.processHome;
+        environment.xdgConfigHome = c.xdgConfigHome;
+        EXPECT_EQ(SharedFolder::url(environment), folder);
+        EXPECT_EQ(SettingsStore::sharedFileURL(environment), folder / "Settings.json");
+    }
 }
 
 } // namespace

@@ -10,7 +10,7 @@
 namespace hushmeadows {
 namespace {
 
-TEST(WorldCatalog, DecodesCollectionsAndDropsEntriesWithoutIds)
+TEST(WorldCatalog, DecodesCollectionsAndDropsOnlyWhatIsBroken)
 {
     auto catalog = WorldCatalog::decode(R"({
         "formatVersion": 1,
@@ -43,10 +43,8 @@ TEST(WorldCatalog, DecodesCollectionsAndDropsEntriesWithoutIds)
     ASSERT_NE(catalog.entry("winter-meadow"), nullptr);
     EXPECT_EQ(catalog.entry("missing"), nullptr);
     EXPECT_EQ(WorldCatalog::decode(catalog.toJson().dump()), catalog);
-}
 
-TEST(WorldCatalog, OnlyNonObjectsFailToDecode)
-{
+    // Only a text that is not an object fails as a whole.
     EXPECT_THROW(WorldCatalog::decode("[1,2]"), DecodingError);
     EXPECT_THROW(WorldCatalog::decode("{"), DecodingError);
     EXPECT_TRUE(WorldCatalog::decode("{}").collections.empty());

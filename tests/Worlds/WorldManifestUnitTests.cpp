@@ -99,21 +99,6 @@ TEST(WorldManifest, VersionsKeepOnlyDayPhaseKeysAndFailAsAWhole)
     EXPECT_FALSE(m.versions.at(DayPhase::night).theme);
 }
 
-TEST(WorldManifest, MatteDerivedValues)
-{
-    WorldManifest::Visual v;
-    v.matte = "#1A2B3C";
-    ASSERT_TRUE(v.matteComponents());
-    EXPECT_DOUBLE_EQ(v.matteComponents()->green, 43.0 / 255);
-    EXPECT_TRUE(v.hasMatte() && !v.matteIsAuto());
-    for (const char* text : {"1A2B3C", "#1A2B3", "#GHIJKL", "Auto", "#1A2B3C "}) {
-        v.matte = text;
-        EXPECT_FALSE(v.matteComponents() || v.hasMatte()) << text;
-    }
-    v.matte = "auto";
-    EXPECT_TRUE(v.matteIsAuto() && v.hasMatte() && !v.matteComponents());
-}
-
 TEST(WorldManifest, EncodesAndDecodesBackToAnEqualValue)
 {
     auto j = minimal();

@@ -6,8 +6,7 @@
 #include <string>
 #include <string_view>
 
-// Real media files for tests, made at test time with the ffmpeg command-line
-// tool (or written directly where the bytes must be exact).
+// Real media files for tests, made at test time with the ffmpeg command-line tool.
 namespace hushmeadows::testing {
 
 // A fresh folder under the system temp folder, removed with everything in it
@@ -70,11 +69,8 @@ const std::filesystem::path& emptyWav();
 // with integer division.
 Image posterImage(int width, int height, PixelFormat format = PixelFormat::rgba8);
 
-// Writes the image's exact pixels (alpha included) as an 8-bit RGBA PNG.
-void writePNG(const std::filesystem::path& file, const Image& image);
-
 // Runs the command with /bin/sh and returns what it wrote to stdout; throws
-// std::runtime_error carrying its stderr when it exits with a non-zero status.
+// std::runtime_error when it exits with a non-zero status.
 std::string runCommand(const std::string& shellCommand);
 
 // The text quoted for a shell command line.

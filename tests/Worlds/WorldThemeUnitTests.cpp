@@ -1,5 +1,4 @@
 #include "SceneCore/Runtime/JsonReader.h"
-#include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldManifest.h"
 #include "SceneCore/Worlds/WorldTheme.h"
 
@@ -8,31 +7,32 @@
 namespace hushmeadows {
 namespace {
 
-using namespace std::chrono;
-
-system_clock::time_point utc(int hour, int minute, int second = 0)
+// A theme's colours take "#RRGGBB" or "RRGGBB" with spaces around; a matte
+// only "#RRGGBB" exactly (or "auto").
+TEST(WorldTheme, ColourTextsOfThemesAndMattes)
 {
-    return sys_days{year{2026} / 3 / 1} + hours{hour} + minutes{minute} + seconds{second};
-}
-
-TEST(DayPhase, TheCalendarsTimeZoneDecides)
-{
-    // 06:30 UTC is 08:30 two hours east and 23:30 the evening before seven hours west.
-    EXPECT_EQ(DayPhase::at(utc(6, 30), Calendar::fixedOffset(hours{2})), DayPhase::day);
-    EXPECT_EQ(DayPhase::at(utc(6, 30), Calendar::fixedOffset(hours{-7})), DayPhase::night);
-    EXPECT_EQ(DayPhase::at(utc(12, 0), Calendar::fixedOffset(hours{0})), DayPhase::day);
-}
-
-TEST(WorldTheme, HexColourTexts)
-{
-    EXPECT_EQ(WorldTheme::hex("#1A2B3C"), 1'715'004u);
-    EXPECT_EQ(WorldTheme::hex("1A2B3C"), 0x1A2B3Cu);
-    EXPECT_EQ(WorldTheme::hex(" \t#1a2b3c\t "), 0x1A2B3Cu);
-    EXPECT_FALSE(WorldTheme::hex("#1A2B3"));
-    EXPECT_FALSE(WorldTheme::hex("#1A2B3C4"));
-    EXPECT_FALSE(WorldTheme::hex("##1A2B3C"));
-    EXPECT_FALSE(WorldTheme::hex("#1A2G3C"));
-    EXPECT_FALSE(WorldTheme::hex(""));
+    const struct {
+        const char* text;
+        std::optional<std::uint32_t> hex;
+        bool matte;
+    } cases[] = {
+        {"#1A2B3C", 0x1A2B3C, true}, {"#1a2b3c", 0x1A2B3C, true}, {"1A2B3C", 0x1A2B3C, false},
+        {" \t#1a2b3c\t ", 0x1A2B3C, false}, {"#1A2B3C ", 0x1A2B3C, false}, {"#1A2B3", {}, false},
+        {"#1A2B3C4", {}, false}, {"##1A2B3C", {}, false}, {"#1A2G3C", {}, false}, {"", {}, false}, {"Auto", {}, false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(WorldTheme::hex(c.text), c.hex) << c.text;
+        WorldManifest::Visual v;
+        v.matte = c.text;
+        EXPECT_EQ(v.matteComponents().has_value(), c.matte) << c.text;
+        EXPECT_EQ(v.hasMatte(), c.matte) << c.text;
+    }
+    WorldManifest::Visual v;
+    v.matte = "#1A2B3C";
+    EXPECT_DOUBLE_EQ(v.matteComponents()->green, 43.0 / 255);
+    EXPECT_FALSE(v.matteIsAuto());
+    v.matte = "auto";
+    EXPECT_TRUE(v.matteIsAuto() && v.hasMatte() && !v.matteComponents());
 }
 
 TEST(WorldTheme, DecodingIsStrictInsideTheThemeButTheWorldIgnoresABadOne)

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# The world that ships beside the program, generated at build time by
+# tools/worldgen, as the program loads it and as a viewer would notice it
+# (sizes, exact loop lengths, seams, one keyframe at the loop point); then
+# `hushmeadows settings` and `hushmeadows list` against real XDG folders.
+set -euo pipefail
+program=$1
+work=$2
+rm -rf "$work"; mkdir -p "$work"
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+bin=$(cd "$(dirname "$program")" && pwd)
+worlds=$bin/Resources/Worlds
+meadow=$worlds/meadow.hushmeadow
+generator=$bin/../../tools/worldgen/hushmeadows-worldgen
+[ -f "$meadow/world.json" ] || fail "no bundled world in $worlds (the bundled-worlds target makes it)"
+[ -x "$generator" ] || fail "no generator at $generator"
+
+# What the generator promises with its default options: 12 s of video at
+# 12 fps, a 48 s music loop and 24 s ambience loops at 48 kHz.
+video_frames=144
+music_frames=2304000
+ambience_frames=1152000
+
+# The program accepts the package, media included, and keeps its night version.
+set +e
+"$program" check --media "$worlds" > out.txt 2> err.txt; status=$?
+set -e
+[ "$status" = 0 ] || { cat out.txt err.txt >&2; fail "check exit status $status, expected 0"; }
+echo "meadow.hushmeadow: ok" > expected.txt
+diff -u expected.txt out.txt || fail "check output differs"
+if grep -q "Skipping" err.txt; then cat err.txt >&2; fail "part of the package was skipped"; fi
+probe() { ffprobe -v error -of default=nw=1:nk=1 "$@"; }
+
+for phase in day night; do
+  video=$meadow/meadow-$phase.mp4
+  # Every frame decoded, and the only keyframe is the first: the loop point.
+  probe -select_streams v:0 -show_entries frame=key_frame "$video" > keys.txt
+  [ "$(wc -l < keys.txt)" = "$video_frames" ] || fail "meadow-$phase.mp4 has $(wc -l < keys.txt) frames, expected $video_frames"
+  [ "$(head -1 keys.txt)" = 1 ] && [ "$(grep -c '^1$' keys.txt)" = 1 ] || fail "meadow-$phase.mp4 must have one keyframe, at frame 0"
+done
+
+# A sound loop decodes to exactly its length, is quiet (peaks below -6 dBFS),
+# and the step from its last sample to its first does not stand out from the
+# steps around it (a click would).
+check_loop() { # raw-f32le-stereo-file frames
+  python3 - "$@" <<'PY'
+import array, sys
+s = array.array("f", open(sys.argv[1], "rb").read())
+if len(s) // 2 != int(sys.argv[2]):
+    sys.exit(f"decodes to {len(s) // 2} frames, expected {sys.argv[2]}")
+if max(map(abs, s)) >= 10 ** (-6 / 20):
+    sys.exit(f"peaks at {max(map(abs, s)):.3f}, -6 dBFS or more")
+for c in (0, 1):
+    head, tail = s[c:2 * 2049:2], s[len(s) - 2 * 2049 + c::2]
+    near = max(abs(b - a) for part in (head, tail) for a, b in zip(part, part[1:]))
+    if abs(head[0] - tail[-1]) > near:
+        sys.exit(f"clicks at its loop point (channel {c}: {abs(head[0] - tail[-1]):g}, neighbouring steps up to {near:g})")
+PY
+}
+
+for sound in music:$music_frames ambience-day:$ambience_frames ambience-night:$ambience_frames; do
+  name=${sound%%:*}; frames=${sound##*:}
+  file=$meadow/$name.flac
+  [ "$(probe -show_entries stream=codec_name,sample_rate,channels,duration_ts "$file" | paste -sd' ')" = "flac 48000 2 $frames" ] \
+    || fail "$name.flac is not 48 kHz stereo FLAC of $frames frames"
+  ffmpeg -hide_banner -loglevel error -y -i "$file" -f f32le -ac 2 "$name.raw"
+  why=$(check_loop "$name.raw" "$frames" 2>&1) || fail "$name.flac $why"
+done
+
+# The generator's own check on the shipped package: frame 144 of the art is
+# frame 0, every decoded frame is faithful to the art, posters are exactly
+# frame 0.
+"$generator" --out "$worlds" --check > generator-check.txt || { cat generator-check.txt >&2; fail "generator check failed"; }
+
+export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/system:relative/ignored
+file=$XDG_CONFIG_HOME/hushmeadows/Settings.json
+
+"$program" settings > out.json
+[ "$(grep -c '^  "' out.json)" = 21 ] || fail "not 21 fields"
+[ ! -e "$file" ] || fail "reading wrote a file"
+
+# Twenty processes each set a different key at once: every change is kept.
+keys=(isMuted screenSaverAudioEnabled screenSaverAllDisplays welcomeSeen reviewRequested screenSaverChosen)
+for key in "${keys[@]}"; do "$program" settings set "$key" true > /dev/null & done
+for i in $(seq 1 14); do "$program" settings set favouriteWorldIDs "[\"w$i\"]" > /dev/null & done
+"$program" settings set framing wholeScene > /dev/null &
+wait
+for key in "${keys[@]}"; do grep -q "\"$key\": true" "$file" || fail "$key lost by a concurrent set"; done
+grep -q '"framing": "wholeScene"' "$file" || fail "framing lost by a concurrent set"
+cp "$file" before.json
+
+# Refusals say what is allowed, on one short line, and change nothing.
+cases=(
+  "nope|1|unknown setting nope"
+  "musicVolume|1.7|bad value for musicVolume: 1.7 (allowed: a number from 0 to 1, or null)"
+  "framing|sideways|bad value for framing: sideways (allowed: one of fill, wholeScene)"
+  "isMuted|maybe|bad value for isMuted: maybe (allowed: true or false)"
+  "worldMixes|$(printf '[%.0s' $(seq 65000))|bad value for worldMixes: [[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[… (allowed: an object of world ids to {\"music\": 0 to 1, \"ambience\": 0 to 1})"
+)
+for case in "${cases[@]}"; do
+  IFS='|' read -r key value message <<< "$case"
+  set +e; "$program" settings set "$key" "$value" > /dev/null 2> err.txt; status=$?; set -e
+  [ "$status" = 1 ] || fail "$key $status"
+  [ "$(cat err.txt)" = "hushmeadows settings: $message" ] || fail "$key: $(head -c 300 err.txt)"
+done
+cmp -s "$file" before.json || fail "a refused change touched the file"
+
+# Only a regular file that fails to decode is set aside, and a person is told.
+set +e; "$program" settings --file /dev/null > /dev/null 2>&1; set -e
+[ -c /dev/null ] || fail "/dev/null was moved"
+echo "{ not json" > "$file"
+"$program" settings > out.json 2> err.txt
+grep -q "Settings.json was not valid settings JSON; moved it to .*Settings.unreadable-.*json and used the defaults" err.txt || fail "no notice"
+[ ! -e "$file" ] || fail "unreadable file left in place"
+
+# The library: user folder first, then the system folder; the choice marked;
+# names escaped; a user world hiding a bundled one is named.
+ffmpeg -hide_banner -loglevel error -y -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p loop.mp4
+package() { mkdir -p "$1"; cp loop.mp4 "$1/loop.mp4"; printf '{"formatVersion":1,"id":"%s","name":"%s","visual":{"file":"loop.mp4"}}' "$2" "$3" > "$1/world.json"; }
+package "$XDG_DATA_HOME/hushmeadows/Worlds/lake.hushmeadow" lake "Calm\u001b[2J Lake"
+package "$XDG_DATA_HOME/hushmeadows/Worlds/forest.hushmeadow" forest "Deep Forest"
+package "$work/system/hushmeadows/Worlds/dunes.hushmeadow" dunes "Dunes"
+mkdir -p "$work/system/hushmeadows/Worlds/bad"$'\n'"x: ok.hushmeadow"
+bundled=$(sed -n 's/.*"id" *: *"\([^"]*\)".*/\1/p' "$meadow/world.json" | head -1)
+package "$XDG_DATA_HOME/hushmeadows/Worlds/zz.hushmeadow" "$bundled" "Mine"
+
+"$program" settings set selectedWorldID forest > /dev/null
+"$program" list > list.txt 2>/dev/null
+{ printf '*\tforest\tDeep Forest\t%s\tuser\n \tlake\tCalm\\x1b[2J Lake\t%s\tuser\n' \
+    "$XDG_DATA_HOME/hushmeadows/Worlds/forest.hushmeadow" "$XDG_DATA_HOME/hushmeadows/Worlds/lake.hushmeadow"
+  printf ' \t%s\tMine\t%s\tuser\n' "$bundled" "$XDG_DATA_HOME/hushmeadows/Worlds/zz.hushmeadow"
+  printf ' \tdunes\tDunes\t%s\tsystem\n' "$work/system/hushmeadows/Worlds/dunes.hushmeadow"
+  printf 'hidden\t%s\tthe bundled world is hidden by %s\n' "$bundled" "$XDG_DATA_HOME/hushmeadows/Worlds/zz.hushmeadow"
+  printf 'failed\tbad\\nx: ok.hushmeadow: No world.json in bad\\nx: ok.hushmeadow\n'; } > expected.txt
+grep -v "	bundled$" list.txt > seen.txt || true
+diff -u expected.txt seen.txt || fail "list differs"
+
+echo "worlds and settings: all cases passed"
