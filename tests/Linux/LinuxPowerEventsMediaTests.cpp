@@ -67,13 +67,12 @@ TEST(LinuxPowerEvents, LogindGoingToSleepReachesTheMainThread)
     }, 10.0);
     ASSERT_TRUE(heard);
     EXPECT_EQ(names.front(), "org.freedesktop.login1.Manager.PrepareForSleep");
-    for (const auto& name : names)
-        EXPECT_EQ(name, LinuxPowerEvents::sleepSignalName);
     ASSERT_TRUE(loop.runUntil([&] {
         bus.prepareForSleep(false);
         return !asleep.empty() && !asleep.back();
     }, 10.0));
-    EXPECT_TRUE(std::ranges::find(asleep, true) != asleep.end());
+    // A scene view hears both ways; observers only each going to sleep.
+    EXPECT_EQ(names.size(), static_cast<std::size_t>(std::ranges::count(asleep, true)));
 }
 
 TEST(LinuxPowerEvents, MissingSourcesAreSkipped)

@@ -27,33 +27,36 @@ HushmeadowsSettings everyFieldSet()
 
 HushmeadowsSettings decoded(const Json& json) { return HushmeadowsSettings::decode(json.dump()); }
 
-TEST(HushmeadowsSettings, VolumesAreKeptWithinZeroToOne)
+// Values out of range are brought in, and a malformed element costs only itself.
+TEST(HushmeadowsSettings, DecodingKeepsWhatItCanWithinRange)
 {
-    EXPECT_EQ(decoded({{"musicVolume", 1.7}}).musicVolume, 1.0);
-    EXPECT_EQ(decoded({{"musicVolume", -0.2}}).musicVolume, 0.0);
-    EXPECT_EQ(decoded({{"ambienceVolume", 0.35}}).ambienceVolume, 0.35);
-    EXPECT_EQ(decoded({{"ambienceVolume", 3}}).ambienceVolume, 1.0);
-    EXPECT_FALSE(decoded({{"musicVolume", true}}).musicVolume);
+    const struct {
+        Json file;     // one key
+        Json expected; // that key as the settings hold it
+    } cases[] = {
+        {{{"musicVolume", 1.7}}, 1.0},
+        {{{"musicVolume", -0.2}}, 0.0},
+        {{{"ambienceVolume", 0.35}}, 0.35},
+        {{{"ambienceVolume", 3}}, 1.0},
+        {{{"musicVolume", true}}, nullptr}, // a Boolean is no number
+        {{{"worldMixes", {{"a", {{"music", 2.5}, {"ambience", -1}}}}}}, {{"a", {{"music", 1.0}, {"ambience", 0.0}}}}},
+        {{{"worldMixes", {{"a", 0.5}, {"b", {{"music", "x"}, {"ambience", 0.25}}}, {"c", Json::object()}}}},
+         {{"b", {{"music", nullptr}, {"ambience", 0.25}}}, {"c", {{"music", nullptr}, {"ambience", nullptr}}}}},
+        {{{"favouriteWorldIDs", {"a", "b", "a"}}}, {"a", "b"}},
+        {{{"favouriteWorldIDs", Json::parse(R"(["c", 3, null, "a", "c"])")}}, {"c", "a"}},
+    };
+    for (const auto& [file, expected] : cases) {
+        const std::string key = file.begin().key();
+        EXPECT_EQ(Json::parse(decoded(file).toJson()[key].dump()), expected) << file.dump();
+    }
 
-    auto mixes = decoded({{"worldMixes", {{"a", {{"music", 2.5}, {"ambience", -1}}}}}}).worldMixes;
-    EXPECT_EQ(mixes.at("a"), (WorldMix{1.0, 0.0}));
-
-    // Not a number or infinite, from any caller: silent, never NaN.
-    auto made = HushmeadowsSettings::defaultSettings();
+    // Whoever made them, settings hold no NaN, infinity or repeated favourite.
+    auto made = everyFieldSet();
     made.musicVolume = std::numeric_limits<double>::quiet_NaN();
     made.ambienceVolume = std::numeric_limits<double>::infinity();
+    made.favouriteWorldIDs = {"x", "y", "x", "y", "z"};
     EXPECT_EQ(made.normalized().musicVolume, 0.0);
     EXPECT_EQ(made.normalized().ambienceVolume, 0.0);
-}
-
-TEST(HushmeadowsSettings, FavouritesKeepTheirFirstOccurrences)
-{
-    EXPECT_EQ(decoded({{"favouriteWorldIDs", {"a", "b", "a"}}}).favouriteWorldIDs, (std::vector<std::string>{"a", "b"}));
-    // An element that is not text costs only itself.
-    EXPECT_EQ(decoded({{"favouriteWorldIDs", Json::parse(R"(["c", 3, null, "a", "c"])")}}).favouriteWorldIDs,
-              (std::vector<std::string>{"c", "a"}));
-    auto made = everyFieldSet();
-    made.favouriteWorldIDs = {"x", "y", "x", "y", "z"};
     EXPECT_EQ(made.normalized().favouriteWorldIDs, (std::vector<std::string>{"x", "y", "z"}));
 }
 
@@ -82,14 +85,6 @@ TEST(HushmeadowsSettings, EachKeyFailsAloneAndOthersAreKept)
     EXPECT_EQ(decoded(file), expected);
 }
 
-TEST(HushmeadowsSettings, ABadWorldMixEntryCostsOnlyItself)
-{
-    auto mixes = decoded({{"worldMixes", {{"a", 0.5}, {"b", {{"music", "x"}, {"ambience", 0.25}}}, {"c", Json::object()}}}}).worldMixes;
-    EXPECT_EQ(mixes.size(), 2u);
-    EXPECT_EQ(mixes.at("b"), (WorldMix{std::nullopt, 0.25}));
-    EXPECT_EQ(mixes.at("c"), (WorldMix{}));
-}
-
 TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
 {
     std::string deep = "{\"worldMixes\": " + std::string(70'000, '[') + std::string(70'000, ']') + "}";
@@ -100,28 +95,22 @@ TEST(HushmeadowsSettings, OnlyANonObjectTopLevelFails)
     EXPECT_NO_THROW(HushmeadowsSettings::decode(" {\"musicVolume\": {}} "));
 }
 
-// Night is an hour below 7 or above 18 on the calendar's clock, unless chosen.
-TEST(HushmeadowsSettings, TimeOfDayPhaseFollowsTheCalendarsHour)
+TEST(HushmeadowsSettings, TimeOfDayPhase)
 {
-    const auto midnight = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1};
-    const struct {
-        TimeOfDay setting;
-        std::chrono::minutes utc;
-        std::chrono::hours offset;
-        DayPhase phase;
-    } cases[] = {
-        {TimeOfDay::automatic, 6h + 59min, 0h, DayPhase::night},
-        {TimeOfDay::automatic, 7h, 0h, DayPhase::day},
-        {TimeOfDay::automatic, 18h + 59min, 0h, DayPhase::day},
-        {TimeOfDay::automatic, 19h, 0h, DayPhase::night},
-        {TimeOfDay::automatic, 17h, 2h, DayPhase::night},        // 19:00 two hours east
-        {TimeOfDay::automatic, 6h + 30min, 2h, DayPhase::day},    // 08:30 two hours east
-        {TimeOfDay::automatic, 6h + 30min, -7h, DayPhase::night}, // 23:30 the evening before
-        {TimeOfDay::day, 2h, 0h, DayPhase::day},
-        {TimeOfDay::night, 12h, 0h, DayPhase::night},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.setting.phase(midnight + c.utc, Calendar::fixedOffset(c.offset)), c.phase) << c.utc.count() << " min, " << c.offset.count() << " h";
+    auto utc = Calendar::fixedOffset(0s);
+    auto midnight = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1};
+    auto at = [&](int hour) { return midnight + std::chrono::hours(hour); };
+    TimeOfDay automatic = TimeOfDay::automatic;
+    EXPECT_EQ(automatic.phase(at(6) + 59min, utc), DayPhase::night);
+    EXPECT_EQ(automatic.phase(at(7), utc), DayPhase::day);
+    EXPECT_EQ(automatic.phase(at(18) + 59min, utc), DayPhase::day);
+    EXPECT_EQ(automatic.phase(at(19), utc), DayPhase::night);
+    // The hour is the calendar's: 17:00 UTC is 19:00 two hours east, and
+    // 06:30 is 23:30 the evening before seven hours west.
+    EXPECT_EQ(automatic.phase(at(17), Calendar::fixedOffset(2h)), DayPhase::night);
+    EXPECT_EQ(automatic.phase(at(6) + 30min, Calendar::fixedOffset(-7h)), DayPhase::night);
+    EXPECT_EQ(TimeOfDay(TimeOfDay::day).phase(at(2), utc), DayPhase::day);
+    EXPECT_EQ(TimeOfDay(TimeOfDay::night).phase(at(12), utc), DayPhase::night);
 }
 
 WorldManifest worldWith(std::optional<double> music, std::optional<double> ambience)

@@ -87,7 +87,7 @@ TEST_F(SettingsStoreTest, LoadKeepsOrSetsAsideWhatIsThere)
             EXPECT_EQ(contents(folder / setAsideName), *c.text);
             log.clear();
             EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-            EXPECT_TRUE(log.records().empty());
+            EXPECT_TRUE(log.lines().empty());
         }
         fs::remove(folder / setAsideName);
         fs::remove(file);
@@ -134,7 +134,6 @@ TEST_F(SettingsStoreTest, SaveAndUpdateRoundTripEveryFieldAndAnnounceIt)
     auto refused = nested.update([](const HushmeadowsSettings&) { return std::optional<HushmeadowsSettings>(); });
     EXPECT_EQ(refused.error(), std::errc::invalid_argument);
     EXPECT_EQ(announced.size(), 2u);
-    EXPECT_FALSE(namesIn(folder / "deep").contains("Settings.unreadable"));
 }
 
 TEST_F(SettingsStoreTest, ReaderNeverSeesHalfASave)

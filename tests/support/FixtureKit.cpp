@@ -66,13 +66,6 @@ FixtureCache& cache()
     return instance;
 }
 
-std::string number(double value)
-{
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%g", value);
-    return text.data();
-}
-
 const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y ";
 
 void writeBytes(const fs::path& file, const void* data, std::size_t size)
@@ -201,9 +194,9 @@ const fs::path& audio(const AudioSpec& wanted)
     };
     long long frames = std::llround(wanted.seconds * wanted.sampleRate);
     std::string name = "audio-" + std::to_string(frames) + "frames-" + std::to_string(wanted.sampleRate) + "hz-"
-        + std::to_string(wanted.channels) + "ch-" + number(wanted.frequency) + "." + wanted.container;
+        + std::to_string(wanted.channels) + "ch-" + std::to_string(wanted.frequency) + "." + wanted.container;
     return cache().file(name, [&](const fs::path& out) {
-        runCommand(ffmpeg + "-f lavfi -i " + shellQuoted("sine=frequency=" + number(wanted.frequency) + ":sample_rate="
+        runCommand(ffmpeg + "-f lavfi -i " + shellQuoted("sine=frequency=" + std::to_string(wanted.frequency) + ":sample_rate="
                        + std::to_string(wanted.sampleRate) + ",atrim=end_sample=" + std::to_string(frames))
             + " -ac " + std::to_string(wanted.channels) + " -c:a " + codecs.at(wanted.container) + " " + shellQuoted(out.string()));
     });

@@ -37,11 +37,6 @@ public:
             next();
         }
     }
-    std::size_t pending() const
-    {
-        std::lock_guard lock(mutex_);
-        return work_.size();
-    }
 
 private:
     std::string label_;
