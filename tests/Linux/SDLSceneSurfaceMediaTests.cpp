@@ -49,12 +49,6 @@ void expectPixels(SDL_Surface* surface, const std::function<ColorRGB8(int, int)>
         }
 }
 
-ColorRGB8 pixelOf(const Image& image, int x, int y)
-{
-    const std::uint8_t* p = image.row(y) + static_cast<std::size_t>(x) * 4;
-    return {p[0], p[1], p[2]};
-}
-
 class WholeScaleTargets : public ::testing::TestWithParam<Uint32> {};
 
 // The window's own format, the opposite byte order (the BGRA artwork is
@@ -83,7 +77,8 @@ TEST_P(WholeScaleTargets, NearestWholeScaleGivesBlocksCroppedAtTheEdgeOverBlack)
         if (x < frame.x || x >= frame.x + frame.width || y < frame.y || y >= frame.y + frame.height)
             return {};
         const int sx = (x - frame.x) / 3, sy = (y - frame.y) / 3;
-        ColorRGB8 color = pixelOf(reference, sx, sy);
+        const std::uint8_t* p = reference.row(sy) + static_cast<std::size_t>(sx) * 4;
+        ColorRGB8 color{p[0], p[1], p[2]};
         if (sx == 2 && sy == 1)
             color = {static_cast<std::uint8_t>((color.red * 128 + 127) / 255), static_cast<std::uint8_t>((color.green * 128 + 127) / 255),
                      static_cast<std::uint8_t>((color.blue * 128 + 127) / 255)};

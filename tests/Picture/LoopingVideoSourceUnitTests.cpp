@@ -53,7 +53,7 @@ protected:
     }
 };
 
-TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyAndPauseHoldsThePicture)
+TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyPauseHoldsAndInvalidateCloses)
 {
     files.frames = {{"a.mp4", 4}};
     make({"a.mp4"});
@@ -67,10 +67,8 @@ TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyAndPauseHolds
     source->play();
     // Play goes on where it paused: nothing skipped, nothing repeated.
     EXPECT_EQ(step(), Shown(0, 2));
-}
 
-TEST_F(LoopingVideoSourceTest, InvalidateDuringLoadingPreparesNothingAndClosesEverything)
-{
+    // Invalidated while still loading: nothing is prepared, every file closed.
     files.frames = {{"a.mp4", 4}, {"b.mp4", 4}};
     make({"a.mp4", "b.mp4"});
     source->play();

@@ -155,16 +155,11 @@ expect() { # frame of the picture in the window, or black
   fail "screenshot differs"
 }
 
-stop() { # signal
+stop() { # signal: the player must be gone within 1 s, with status 0
   kill "-$1" "$player"
-  local started=$(date +%s%N)
-  while kill -0 "$player" 2>/dev/null; do
-    [ $(( $(date +%s%N) - started )) -lt 1000000000 ] || fail "still running 1 s after SIG$1"
-    sleep 0.02
-  done
-  set +e
-  wait "$player"; local status=$?
-  set -e
+  timeout 1 tail --pid="$player" -s 0.02 -f /dev/null || fail "still running 1 s after SIG$1"
+  local status=0
+  wait "$player" || status=$?
   player=""
   [ "$status" = 0 ] || { cat err.txt >&2; fail "exit status $status after SIG$1, expected 0"; }
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,30 +26,22 @@ fs::path makeUniqueFolder(const std::string& prefix)
     return fs::canonical(pattern);
 }
 
-// Generated fixtures of this process, by file name. std::map keeps the
-// returned references valid while entries are added.
+// Generated fixtures of this process, by file name, in a folder removed at
+// exit. std::map keeps the returned references valid while entries are added.
 class FixtureCache {
 public:
-    ~FixtureCache()
-    {
-        if (!folder_.empty()) {
-            std::error_code ignored;
-            fs::remove_all(folder_, ignored);
-        }
-    }
-
     template <typename Make>
     const fs::path& file(const std::string& name, Make&& make)
     {
         std::lock_guard lock(mutex_);
         if (auto found = files_.find(name); found != files_.end())
             return found->second;
-        if (folder_.empty())
-            folder_ = makeUniqueFolder("hushmeadows-fixtures");
-        fs::path target = folder_ / name;
+        if (!folder_)
+            folder_.emplace();
+        fs::path target = *folder_ / name;
         // Made under a scratch name first, so a failed generation leaves
         // nothing that a later call would take for the finished file.
-        fs::path scratch = folder_ / ("partial-" + name);
+        fs::path scratch = *folder_ / ("partial-" + name);
         make(scratch);
         fs::rename(scratch, target);
         return files_.emplace(name, target).first->second;
@@ -56,7 +49,7 @@ public:
 
 private:
     std::mutex mutex_;
-    fs::path folder_;
+    std::optional<TempDir> folder_;
     std::map<std::string, fs::path> files_;
 };
 
