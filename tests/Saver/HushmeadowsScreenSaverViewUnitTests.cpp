@@ -343,9 +343,8 @@ TEST(ActivationMonitor, KeepsTheLastWordAndLogsEachStart)
 TEST(CompanionAnnouncement, VersionsCompareNumberByNumber)
 {
     using Version = CompanionAnnouncement::Version;
-    EXPECT_TRUE(Version("1.0") == CompanionAnnouncement::minimumVersion());
-    EXPECT_TRUE(Version("0.9.9 (100)") < CompanionAnnouncement::minimumVersion());
-    EXPECT_TRUE(CompanionAnnouncement::minimumVersion() < Version("1.0.1"));
+    EXPECT_TRUE(Version("1.0") == Version("1.0.0"));
+    EXPECT_TRUE(Version("0.9.9 (100)") < Version("1.0"));
     EXPECT_TRUE(Version("1.9") < Version("1.10"));
     EXPECT_EQ(CompanionAnnouncement::versionText("2.1", std::nullopt), "2.1 (0)");
 }

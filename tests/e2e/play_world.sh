@@ -106,9 +106,7 @@ mkdir -p broken.hushmeadow
 echo '{"formatVersion":1,"id":"broken"' > broken.hushmeadow/world.json
 
 # A load failure is reported before any window opens.
-set +e
-DISPLAY= "$program" play broken.hushmeadow > out.txt 2> err.txt; status=$?
-set -e
+status=0; DISPLAY= "$program" play broken.hushmeadow > out.txt 2> err.txt || status=$?
 [ "$status" = 1 ] || fail "broken package: exit status $status, expected 1"
 grep -q '^hushmeadows play: broken.hushmeadow: ' err.txt || { cat err.txt >&2; fail "broken package: no description on stderr"; }
 
