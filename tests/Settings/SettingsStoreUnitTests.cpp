@@ -94,6 +94,16 @@ TEST_F(SettingsStoreTest, LoadKeepsOrSetsAsideWhatIsThere)
     }
 }
 
+TEST_F(SettingsStoreTest, OnlyARegularFileIsEverMoved)
+{
+    // A folder (or device, or pipe) at the path is left where it is.
+    fs::create_directories(file / "inner");
+    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
+    EXPECT_TRUE(fs::is_directory(file / "inner"));
+    EXPECT_FALSE(store.lastSetAside());
+    EXPECT_FALSE(store.setAside());
+}
+
 TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
 {
     testing::writeText(folder / setAsideName, "first");
