@@ -119,7 +119,8 @@ cleanup() {
 }
 trap cleanup EXIT
 source "$here/../../tools/xvfb.sh"
-start_xvfb 90 140 ${screen_w}x800 || fail "no X display could be started"
+# Display numbers apart from those of the other scripts, which ctest may run meanwhile.
+start_xvfb 130 159 ${screen_w}x800 || fail "no X display could be started"
 
 geometry_of() { # xwininfo arguments: prints X,Y,WxH
   xwininfo "$@" | awk '/Absolute upper-left X/ {x=$NF} /Absolute upper-left Y/ {y=$NF} /Width:/ {w=$NF} /Height:/ {h=$NF}
