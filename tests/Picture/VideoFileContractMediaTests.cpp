@@ -19,6 +19,7 @@ constexpr int fps = 48;
 struct FFmpegFiles {
     testing::TempDir dir;
     std::filesystem::path file = dir / "clip.mp4";
+    static constexpr PixelSize size{32, 16};
     // A lossless clip whose frame i is filled with red = i.
     FFmpegFiles()
     {
@@ -41,6 +42,7 @@ struct FFmpegFiles {
 struct FakeFiles {
     testing::FakeVideoFiles fake;
     std::filesystem::path file = "clip.mp4";
+    static constexpr PixelSize size{2, 1};
     FakeFiles() { fake.frames = {{"clip.mp4", 12}}; }
     VideoFileOpener opener() { return fake.opener(); }
     static int indexOf(const Image& image) { return testing::FakeVideoFiles::identify(image).second; }
@@ -58,6 +60,7 @@ TYPED_TEST(VideoFileContract, FramesInOrderThenTheEndAndTheSameAgainAfterARewind
     ASSERT_TRUE(opened.has_value()) << opened.error();
     VideoFile& file = **opened;
     EXPECT_EQ(file.frameRate(), fps);
+    EXPECT_EQ(file.pixelSize(), TypeParam::size);
     ImagePool pool;
     for (int pass = 0; pass < 2; ++pass) {
         for (int i = 0; i < 12; ++i) {
