@@ -6,6 +6,8 @@
 #include "HushmeadowsSaver/SystemSession.h"
 #include "SceneCore/Picture/SceneView.h"
 
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,7 +38,12 @@ public:
     double idleSeconds() const override { return idle; }
 
     // Adds a running screen saver engine and returns it.
-    std::shared_ptr<FakeProcess> launchEngine(std::optional<double> launchDate = 1.0);
+    std::shared_ptr<FakeProcess> launchEngine(std::optional<double> launchDate = 1.0)
+    {
+        auto process = std::make_shared<FakeProcess>();
+        engines.push_back(EngineProcess{process, launchDate});
+        return process;
+    }
 };
 
 struct AudioCall {
@@ -50,9 +57,25 @@ public:
     std::vector<AudioCall> calls;
     std::vector<const void*> clients;
 
-    void acquire(const void* client, const WorldPackage& world, const HushmeadowsSettings& settings) override;
-    void release(const void* client, bool immediately) override;
-    Diagnostics diagnostics(const void* client) const override;
+    void acquire(const void* client, const WorldPackage&, const HushmeadowsSettings&) override
+    {
+        calls.push_back({"acquire", client, false});
+        if (std::ranges::find(clients, client) == clients.end())
+            clients.push_back(client);
+    }
+    void release(const void* client, bool immediately) override
+    {
+        calls.push_back({"release", client, immediately});
+        std::erase(clients, client);
+    }
+    Diagnostics diagnostics(const void* client) const override
+    {
+        Diagnostics d;
+        d.clients = static_cast<int>(clients.size());
+        d.ownsAudio = std::ranges::find(clients, client) != clients.end();
+        d.state = clients.empty() ? "idle" : "playing";
+        return d;
+    }
 };
 
 // Journals what the view is asked to do ("load calm loop.mp4", "play", "tearDown").
@@ -124,7 +147,14 @@ public:
     }
 
     // A full-screen window on screens[index] of the list.
-    static FakeHost onScreen(const std::vector<ScreenInfo>& screens, std::size_t index);
+    static FakeHost onScreen(const std::vector<ScreenInfo>& screens, std::size_t index)
+    {
+        FakeHost host;
+        host.screenList = screens;
+        host.size = screens[index].frame.size;
+        host.windowInfo = WindowInfo{screens[index].frame, 1000, screens[index]};
+        return host;
+    }
 };
 
 } // namespace hushmeadows::testing

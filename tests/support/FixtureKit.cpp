@@ -61,17 +61,6 @@ FixtureCache& cache()
 
 const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y ";
 
-void writeBytes(const fs::path& file, const void* data, std::size_t size)
-{
-    if (file.has_parent_path())
-        fs::create_directories(file.parent_path());
-    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    stream.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-    stream.close();
-    if (!stream)
-        throw std::runtime_error("cannot write " + file.string());
-}
-
 } // namespace
 
 TempDir::TempDir()
@@ -87,7 +76,13 @@ TempDir::~TempDir()
 
 void writeText(const fs::path& file, std::string_view text)
 {
-    writeBytes(file, text.data(), text.size());
+    if (file.has_parent_path())
+        fs::create_directories(file.parent_path());
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+    stream.close();
+    if (!stream)
+        throw std::runtime_error("cannot write " + file.string());
 }
 
 void copyFile(const fs::path& from, const fs::path& to)
@@ -172,7 +167,7 @@ const fs::path& poster(int width, int height)
         // FFmpeg's PNG encoder is lossless: the file holds exactly these pixels.
         Image image = posterImage(width, height);
         fs::path raw = out.string() + ".rgba";
-        writeBytes(raw, image.pixels.data(), image.pixels.size());
+        writeText(raw, {reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size()});
         runCommand(ffmpeg + "-f rawvideo -pix_fmt rgba -s " + size + " -i " + shellQuoted(raw.string())
             + " -frames:v 1 -c:v png -pix_fmt rgba -f image2pipe " + shellQuoted(out.string()));
         fs::remove(raw);
