@@ -218,6 +218,7 @@ TEST_F(SaverTest, EveryEndReturnsToIdleAndReleasesTheSound)
              v.animateOneFrame();
              EXPECT_EQ(v.role(), View::Role::display);
              v.animateOneFrame();
+             EXPECT_EQ(v.role(), View::Role::idle);
          }, true, "[zz] screen saver engine ended without willstop; stopping"},
         {"will stop", [](View& v, auto&, auto&) { v.screenSaverWillStop(); }, true, "[zz] willstop"},
         {"host stops", [](View& v, auto&, auto&) { v.stopAnimation(); }, false, "[zz] stop"},
