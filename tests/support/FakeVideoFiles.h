@@ -2,6 +2,8 @@
 
 #include "SceneCore/Picture/VideoFile.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <string>
 
@@ -20,10 +22,52 @@ public:
     int openNow = 0;  // files open at this moment
     int mostOpen = 0; // the most open at once
 
-    VideoFileOpener opener();
+    VideoFileOpener opener()
+    {
+        return [this](const std::filesystem::path& file) -> std::expected<std::unique_ptr<VideoFile>, std::string> {
+            auto found = frames.find(file.filename().string());
+            if (found == frames.end())
+                return std::unexpected(std::string("no such file"));
+            return std::make_unique<File>(*this, static_cast<int>(std::distance(frames.begin(), found)), found->second);
+        };
+    }
 
     // What a picture from these files shows: {file number, frame index}.
     static std::pair<int, int> identify(const Image& image) { return {image.pixels[1], image.pixels[0]}; }
+
+private:
+    class File final : public VideoFile {
+    public:
+        File(FakeVideoFiles& owner, int number, int count) : owner_(owner), number_(number), count_(count)
+        {
+            owner_.mostOpen = std::max(owner_.mostOpen, ++owner_.openNow);
+        }
+        ~File() override { --owner_.openNow; }
+
+        double frameRate() const override { return owner_.rate; }
+        double duration() const override { return count_ / owner_.rate; }
+        PixelSize pixelSize() const override { return {2, 1}; }
+        std::expected<std::optional<VideoFrame>, std::string> readFrame(ImagePool& pool) override
+        {
+            if (next_ >= count_)
+                return std::nullopt;
+            auto image = pool.take(2, 1, PixelFormat::bgra8);
+            image->pixels[0] = static_cast<std::uint8_t>(next_);
+            image->pixels[1] = static_cast<std::uint8_t>(number_);
+            return VideoFrame{image, next_++ / owner_.rate};
+        }
+        std::expected<void, std::string> rewind() override
+        {
+            next_ = 0;
+            return {};
+        }
+
+    private:
+        FakeVideoFiles& owner_;
+        int number_;
+        int count_;
+        int next_ = 0;
+    };
 };
 
 } // namespace hushmeadows::testing

@@ -12,20 +12,43 @@ namespace hushmeadows::testing {
 // Collects every log record while it lives; the previous sink comes back after.
 class LogCapture {
 public:
-    LogCapture();
-    ~LogCapture();
+    LogCapture() : previous_(Log::setSink(sink_)) {}
+    ~LogCapture() { Log::setSink(previous_); }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<LogRecord> records() const;
+    std::vector<LogRecord> records() const
+    {
+        std::lock_guard lock(sink_->mutex);
+        return sink_->records;
+    }
     // Rendered lines of one category (all categories when empty), private
     // arguments shown or redacted.
-    std::vector<std::string> lines(std::string_view category = {}, bool revealPrivate = true) const;
-    void clear();
+    std::vector<std::string> lines(std::string_view category = {}, bool revealPrivate = true) const
+    {
+        std::vector<std::string> out;
+        for (const auto& record : records())
+            if (category.empty() || record.category == category)
+                out.push_back(record.render(revealPrivate));
+        return out;
+    }
+    void clear()
+    {
+        std::lock_guard lock(sink_->mutex);
+        sink_->records.clear();
+    }
 
 private:
-    struct Sink;
-    std::shared_ptr<Sink> sink_;
+    struct Sink final : LogSink {
+        mutable std::mutex mutex;
+        std::vector<LogRecord> records;
+        void write(const LogRecord& record) override
+        {
+            std::lock_guard lock(mutex);
+            records.push_back(record);
+        }
+    };
+    std::shared_ptr<Sink> sink_ = std::make_shared<Sink>();
     std::shared_ptr<LogSink> previous_;
 };
 
