@@ -10,6 +10,7 @@
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
+#include "SceneCore/Runtime/SerialQueue.h"
 
 #include <cstdint>
 #include <functional>
@@ -26,6 +27,25 @@ public:
     std::shared_ptr<Cancellable> postAfter(double delay, std::function<void()> work) override;
     std::shared_ptr<Cancellable> scheduleRepeating(double interval, std::function<void()> work) override;
     double mediaTime() const override;
+};
+
+// A serial dispatch queue at user-initiated quality of service. Work still
+// queued when the queue is destroyed runs before the destructor returns, as
+// the users of a decoding queue expect (their work may refer to them).
+class AppleSerialQueue final : public SerialQueue {
+public:
+    explicit AppleSerialQueue(std::string label);
+    ~AppleSerialQueue() override;
+    AppleSerialQueue(const AppleSerialQueue&) = delete;
+    AppleSerialQueue& operator=(const AppleSerialQueue&) = delete;
+
+    const std::string& label() const override { return label_; }
+    void async(std::function<void()> work) override;
+
+private:
+    struct Queue;
+    std::string label_;
+    std::unique_ptr<Queue> queue_;
 };
 
 // NSDistributedNotificationCenter, delivered on the main operation queue.
@@ -69,15 +89,17 @@ public:
     void write(const LogRecord& record) override;
 };
 
-// Image I/O: headers for sizes, full decodes into 32-bit BGRA or RGBA.
+// Image I/O: headers for sizes, full decodes into 32-bit BGRA or RGBA. Only
+// local regular files are opened, and a picture larger than
+// maximumDecodedImageBytes is refused from its header.
 class AppleImageDecoder final : public ImageDecoder {
 public:
     std::optional<PixelSize> pixelSize(const std::filesystem::path& file) const override;
     std::optional<Image> decode(const std::filesystem::path& file, PixelFormat format) const override;
 };
 
-// Image I/O for posters, AVAudioFile for sound, AVFoundation's asset reader
-// for the video probe.
+// The image decoder's header read for posters, the audio file adapter's for
+// sound, the video file adapter's first frame for videos.
 class AppleMediaProbe final : public MediaProbe {
 public:
     std::optional<PixelSize> imagePixelSize(const std::filesystem::path& file) const override;

@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include <algorithm>
+
 namespace hushmeadows {
 
 namespace {
@@ -17,10 +19,13 @@ CGImageRef makeCGImage(std::shared_ptr<const Image> image)
         delete static_cast<std::shared_ptr<const Image>*>(info);
     });
     CGColorSpaceRef space = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
-    CGBitmapInfo bitmapInfo = pixels.format == PixelFormat::bgra8 ? (kCGImageAlphaPremultipliedFirst | kCGBitmapByteOrder32Little)
-                                                                  : (kCGImageAlphaNoneSkipLast | kCGBitmapByteOrder32Big);
-    CGImageRef result = CGImageCreate(pixels.width, pixels.height, 8, 32, pixels.bytesPerRow, space, bitmapInfo, provider, nullptr, true,
-                                      kCGRenderingIntentDefault);
+    // Video frames are opaque: alpha skipped, so nothing is blended.
+    CGBitmapInfo alpha = pixels.format == PixelFormat::bgra8
+        ? (CGBitmapInfo)(pixels.opaque ? kCGImageAlphaNoneSkipFirst : kCGImageAlphaPremultipliedFirst)
+        : (CGBitmapInfo)kCGImageAlphaNoneSkipLast;
+    CGBitmapInfo bitmapInfo = alpha | (pixels.format == PixelFormat::bgra8 ? kCGBitmapByteOrder32Little : kCGBitmapByteOrder32Big);
+    CGImageRef result = CGImageCreate(static_cast<size_t>(pixels.width), static_cast<size_t>(pixels.height), 8, 32, pixels.bytesPerRow, space,
+                                      bitmapInfo, provider, nullptr, true, kCGRenderingIntentDefault);
     CGColorSpaceRelease(space);
     CGDataProviderRelease(provider);
     return result;

@@ -1,0 +1,226 @@
+#import "Platforms/Apple/AppleVideoFile.h"
+
+#import "Platforms/Apple/ApplePaths.h"
+
+#import <AVFoundation/AVFoundation.h>
+#import <CoreMedia/CoreMedia.h>
+#import <CoreVideo/CoreVideo.h>
+
+#include "Platforms/Posix/PosixFileAccess.h"
+
+#include <cstring>
+
+namespace hushmeadows {
+
+namespace {
+
+VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> detail = std::nullopt)
+{
+    return VideoProbeResult{failure, std::move(detail)};
+}
+
+// The first video track, loaded asynchronously and waited for, at most
+// loadTimeout.
+std::expected<AVAssetTrack*, VideoProbeResult> loadVideoTrack(AVURLAsset* asset)
+{
+    dispatch_semaphore_t done = dispatch_semaphore_create(0);
+    __block NSArray<AVAssetTrack*>* found = nil;
+    __block NSError* loadError = nil;
+    [asset loadTracksWithMediaType:AVMediaTypeVideo
+                 completionHandler:^(NSArray<AVAssetTrack*>* tracks, NSError* error) {
+                     found = tracks;
+                     loadError = error;
+                     dispatch_semaphore_signal(done);
+                 }];
+    auto timeout = dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(AppleVideoFile::loadTimeout * NSEC_PER_SEC));
+    if (dispatch_semaphore_wait(done, timeout) != 0) {
+        [asset cancelLoading];
+        return std::unexpected(failure(VideoProbeFailure::notReadable, std::string("loading the tracks took too long")));
+    }
+    if (!found)
+        return std::unexpected(failure(VideoProbeFailure::notReadable, errorText(loadError, "the tracks cannot be read")));
+    if (found.count == 0)
+        return std::unexpected(failure(VideoProbeFailure::noVideoTrack));
+    return found.firstObject;
+}
+
+struct Started {
+    AVAssetReader* reader = nil;
+    AVAssetReaderTrackOutput* output = nil;
+};
+
+std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track)
+{
+    NSError* error = nil;
+    Started started;
+    started.reader = [[AVAssetReader alloc] initWithAsset:asset error:&error];
+    if (!started.reader)
+        return std::unexpected(failure(VideoProbeFailure::cannotBeRead, errorText(error, "no reader")));
+    // BGRA in IOSurface-backed buffers: the picture path's format.
+    NSDictionary* settings = @{
+        (__bridge NSString*)kCVPixelBufferPixelFormatTypeKey : @(kCVPixelFormatType_32BGRA),
+        (__bridge NSString*)kCVPixelBufferIOSurfacePropertiesKey : @{},
+    };
+    started.output = [[AVAssetReaderTrackOutput alloc] initWithTrack:track outputSettings:settings];
+    // Each frame is copied out before the next is asked for.
+    started.output.alwaysCopiesSampleData = NO;
+    if (![started.reader canAddOutput:started.output])
+        return std::unexpected(failure(VideoProbeFailure::unsupportedFormat));
+    [started.reader addOutput:started.output];
+    if (![started.reader startReading])
+        return std::unexpected(failure(VideoProbeFailure::decoderCouldNotStart, errorText(started.reader.error, "the reader did not start")));
+    return started;
+}
+
+// The next sample that holds a picture, retained (the caller releases it);
+// nullptr at the end or on failure.
+CMSampleBufferRef nextPicture(AVAssetReaderTrackOutput* output)
+{
+    for (;;) {
+        CMSampleBufferRef sample = [output copyNextSampleBuffer];
+        if (!sample || CMSampleBufferGetImageBuffer(sample))
+            return sample;
+        CFRelease(sample);
+    }
+}
+
+std::string describe(const VideoProbeResult& result)
+{
+    return "the video cannot be read (failure " + std::to_string(static_cast<int>(result.failure)) + ")"
+        + (result.detail ? ": " + *result.detail : std::string());
+}
+
+} // namespace
+
+struct AppleVideoFile::Reader {
+    AVURLAsset* asset = nil;
+    AVAssetTrack* track = nil;
+    AVAssetReader* reader = nil;
+    AVAssetReaderTrackOutput* output = nil;
+    // The first picture, read by open() to learn the size, handed out first.
+    CMSampleBufferRef pending = nullptr;
+
+    ~Reader()
+    {
+        dropPending();
+        [reader cancelReading];
+    }
+    void dropPending()
+    {
+        if (pending)
+            CFRelease(pending);
+        pending = nullptr;
+    }
+};
+
+AppleVideoFile::AppleVideoFile(std::unique_ptr<Reader> reader) : reader_(std::move(reader)) {}
+
+AppleVideoFile::~AppleVideoFile() = default;
+
+std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(const std::filesystem::path& file)
+{
+    // Only a local regular file: never a pipe, a device or a network location.
+    if (!PosixFileAccess::ends(file, 0, 0))
+        return std::unexpected(std::string("not a regular file"));
+    auto reader = std::make_unique<Reader>();
+    reader->asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
+    auto track = loadVideoTrack(reader->asset);
+    if (!track)
+        return std::unexpected(describe(track.error()));
+    reader->track = *track;
+    auto started = startReader(reader->asset, reader->track);
+    if (!started)
+        return std::unexpected(describe(started.error()));
+    reader->reader = started->reader;
+    reader->output = started->output;
+    reader->pending = nextPicture(reader->output);
+    if (!reader->pending)
+        return std::unexpected(errorText(reader->reader.error, "no frame decodes"));
+
+    CVImageBufferRef image = CMSampleBufferGetImageBuffer(reader->pending);
+    PixelSize size{static_cast<int>(CVPixelBufferGetWidth(image)), static_cast<int>(CVPixelBufferGetHeight(image))};
+    if (size.width <= 0 || size.height <= 0 || size.decodedBytes() > maximumDecodedImageBytes)
+        return std::unexpected(std::string("the picture is too large: over 72 MiB once decoded"));
+    CMTime frameDuration = CMSampleBufferGetDuration(reader->pending);
+    double seconds = CMTIME_IS_NUMERIC(frameDuration) ? CMTimeGetSeconds(frameDuration) : 0;
+
+    std::unique_ptr<AppleVideoFile> video(new AppleVideoFile(std::move(reader)));
+    video->size_ = size;
+    video->frameRate_ = seconds > 0 ? 1.0 / seconds : 0;
+    return video;
+}
+
+std::expected<std::optional<VideoFrame>, std::string> AppleVideoFile::readFrame(ImagePool& pool)
+{
+    Reader& r = *reader_;
+    CMSampleBufferRef sample = r.pending ? r.pending : nextPicture(r.output);
+    r.pending = nullptr;
+    if (!sample) {
+        if (r.reader.status == AVAssetReaderStatusFailed)
+            return std::unexpected(errorText(r.reader.error, "decoding failed"));
+        return std::optional<VideoFrame>();
+    }
+    CVPixelBufferRef image = CMSampleBufferGetImageBuffer(sample);
+    const auto width = static_cast<int>(CVPixelBufferGetWidth(image));
+    const auto height = static_cast<int>(CVPixelBufferGetHeight(image));
+    // A stream may change size midway; the bound holds for every frame.
+    if (width <= 0 || height <= 0 || PixelSize{width, height}.decodedBytes() > maximumDecodedImageBytes
+        || CVPixelBufferGetPixelFormatType(image) != kCVPixelFormatType_32BGRA) {
+        CFRelease(sample);
+        return std::unexpected(std::string("a frame is not a BGRA picture of a usable size"));
+    }
+    CMTime stamp = CMSampleBufferGetPresentationTimeStamp(sample);
+    double time = CMTIME_IS_NUMERIC(stamp) ? CMTimeGetSeconds(stamp) : nextTime_;
+    nextTime_ = time + (frameRate_ > 0 ? 1.0 / frameRate_ : 1.0 / 48.0);
+
+    auto out = pool.take(width, height, PixelFormat::bgra8);
+    CVPixelBufferLockBaseAddress(image, kCVPixelBufferLock_ReadOnly);
+    const auto* base = static_cast<const std::uint8_t*>(CVPixelBufferGetBaseAddress(image));
+    const std::size_t sourceRow = CVPixelBufferGetBytesPerRow(image);
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * 4;
+    if (base) {
+        for (int y = 0; y < height; ++y)
+            std::memcpy(out->row(y), base + static_cast<std::size_t>(y) * sourceRow, rowBytes);
+    }
+    CVPixelBufferUnlockBaseAddress(image, kCVPixelBufferLock_ReadOnly);
+    CFRelease(sample);
+    if (!base)
+        return std::unexpected(std::string("a frame has no pixels"));
+    return std::optional<VideoFrame>(VideoFrame{std::move(out), time});
+}
+
+std::expected<void, std::string> AppleVideoFile::rewind()
+{
+    Reader& r = *reader_;
+    r.dropPending();
+    [r.reader cancelReading];
+    auto started = startReader(r.asset, r.track);
+    if (!started)
+        return std::unexpected(describe(started.error()));
+    r.reader = started->reader;
+    r.output = started->output;
+    nextTime_ = 0;
+    return {};
+}
+
+std::optional<VideoProbeResult> AppleVideoFile::probe(const std::filesystem::path& file)
+{
+    if (!PosixFileAccess::ends(file, 0, 0))
+        return failure(VideoProbeFailure::notReadable, std::string("not a regular file"));
+    AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
+    auto track = loadVideoTrack(asset);
+    if (!track)
+        return track.error();
+    auto started = startReader(asset, *track);
+    if (!started)
+        return started.error();
+    CMSampleBufferRef sample = nextPicture(started->output);
+    if (!sample)
+        return failure(VideoProbeFailure::noDecodableFrames,
+                       started->reader.error ? std::optional<std::string>(errorText(started->reader.error, "")) : std::nullopt);
+    CFRelease(sample);
+    [started->reader cancelReading];
+    return std::nullopt;
+}
+
+} // namespace hushmeadows
