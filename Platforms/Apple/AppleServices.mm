@@ -1,6 +1,7 @@
 #import "Platforms/Apple/AppleServices.h"
 
 #import "Platforms/Apple/ApplePaths.h"
+#import "Platforms/Apple/HMBlockTarget.h"
 #import "Platforms/Apple/ScopedObserver.h"
 
 #import <AppKit/AppKit.h>
@@ -17,21 +18,6 @@
 
 #include <atomic>
 #include <mutex>
-
-// A block target for NSTimer that does not keep its owner alive.
-@interface HMTimerTarget : NSObject
-@property(nonatomic, copy) void (^action)(void);
-- (void)fire:(NSTimer*)timer;
-@end
-
-@implementation HMTimerTarget
-- (void)fire:(NSTimer*)timer
-{
-    (void)timer;
-    if (self.action)
-        self.action();
-}
-@end
 
 namespace hushmeadows {
 
@@ -80,7 +66,7 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::scheduleRepeating(double interval
 {
     auto token = std::make_shared<TimerToken>();
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
-    HMTimerTarget* target = [HMTimerTarget new];
+    HMBlockTarget* target = [HMBlockTarget new];
     std::weak_ptr<TimerToken> weak = token;
     target.action = ^{
         auto alive = weak.lock();

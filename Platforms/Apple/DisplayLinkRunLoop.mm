@@ -1,4 +1,5 @@
 #import "Platforms/Apple/DisplayLinkRunLoop.h"
+#import "Platforms/Apple/HMBlockTarget.h"
 
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
@@ -6,22 +7,6 @@
 #include "Platforms/Apple/ExceptionBarrier.h"
 
 #include <algorithm>
-
-// The display link's target: it holds only a block, which holds the work's
-// token weakly.
-@interface HMDisplayLinkProxy : NSObject
-@property(nonatomic, copy) void (^action)(void);
-- (void)step:(CADisplayLink*)link;
-@end
-
-@implementation HMDisplayLinkProxy
-- (void)step:(CADisplayLink*)link
-{
-    (void)link;
-    if (self.action)
-        self.action();
-}
-@end
 
 namespace hushmeadows {
 
@@ -63,13 +48,13 @@ std::shared_ptr<Cancellable> DisplayLinkRunLoop::scheduleRepeating(double interv
     auto token = std::make_shared<LinkToken>();
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
     std::weak_ptr<LinkToken> weak = token;
-    HMDisplayLinkProxy* proxy = [HMDisplayLinkProxy new];
+    HMBlockTarget* proxy = [HMBlockTarget new];
     proxy.action = ^{
         auto alive = weak.lock();
         if (alive && !alive->isCancelled())
             exceptionBarrier("display link", *shared);
     };
-    CADisplayLink* link = [view displayLinkWithTarget:proxy selector:@selector(step:)];
+    CADisplayLink* link = [view displayLinkWithTarget:proxy selector:@selector(fire:)];
     // At most the rate asked for; the display may give less.
     const float rate = static_cast<float>(std::min(1.0 / interval, 240.0));
     link.preferredFrameRateRange = CAFrameRateRangeMake(rate / 2, rate, rate);

@@ -183,18 +183,29 @@ public:
         NSWindow* window = view_.window;
         switch (reason) {
         case Suspension::noWindow: return window == nil;
-        case Suspension::occluded: return window != nil && !(window.occlusionState & NSWindowOcclusionStateVisible);
+        case Suspension::occluded: {
+            // Only a window once seen visible counts as covered: a host that
+            // shows the window's contents elsewhere may never report it
+            // visible, and the picture must not hold still for that.
+            bool visible = window != nil && (window.occlusionState & NSWindowOcclusionStateVisible) != 0;
+            seenVisible_ = seenVisible_ || visible;
+            return window != nil && seenVisible_ && !visible;
+        }
         case Suspension::systemSleep:
         case Suspension::displaySleep: return workspace_.holds(reason);
         }
         return false;
     }
 
+    // A new window has not been seen yet.
+    void windowChanged() { seenVisible_ = false; }
+
 private:
     static Rect rect(NSRect r) { return Rect{{r.origin.x, r.origin.y}, {r.size.width, r.size.height}}; }
 
     __weak HMPrincipalView* view_;
     AppleWorkspaceEvents& workspace_;
+    mutable bool seenVisible_ = false;
 };
 
 // The C++ side of one view. Destroyed on the main thread only; the core goes
@@ -235,6 +246,7 @@ struct ViewParts {
     void observeWindow(NSWindow* window)
     {
         occlusion.reset();
+        host->windowChanged();
         forward(Suspension::noWindow, window == nil);
         if (!window)
             return;
