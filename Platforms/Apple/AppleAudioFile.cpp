@@ -55,6 +55,12 @@ std::expected<Opened, std::string> openFile(const std::filesystem::path& path)
         ExtAudioFileDispose(opened.file);
         return std::unexpected(statusText("the audio format is unknown", status));
     }
+    // Where the file records its encoder's priming and padding, the valid
+    // frames between them are the sound's true length (what reading gives).
+    AudioFilePacketTableInfo table{};
+    UInt32 tableSize = sizeof(table);
+    if (ExtAudioFileGetProperty(opened.file, kExtAudioFileProperty_PacketTable, &tableSize, &table) == noErr && table.mNumberValidFrames > 0)
+        frames = table.mNumberValidFrames;
     const auto& format = opened.format;
     // Beyond what any device or converter here is made for: a header that
     // claims it is damaged or hostile.
