@@ -366,19 +366,22 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
     if (!_parts)
         return;
     hushmeadows::ViewParts* parts = _parts.get();
-    hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
     __weak HMPrincipalView* weakSelf = self;
-    process.runs.join(parts->instance, [weakSelf] {
-        HMPrincipalView* strongSelf = weakSelf;
-        [strongSelf leaveRunWithWillStop];
-    });
-    if (!parts->suspensions) {
-        parts->suspensions = process.workspace.observeSuspensions([parts](hushmeadows::Suspension reason, bool suspended) {
-            parts->forward(reason, suspended);
+    NSWindow* window = self.window;
+    hushmeadows::exceptionBarrier("joinRun", [parts, weakSelf, window] {
+        hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
+        process.runs.join(parts->instance, [weakSelf] {
+            HMPrincipalView* strongSelf = weakSelf;
+            [strongSelf leaveRunWithWillStop];
         });
-    }
-    if (!parts->occlusion)
-        parts->observeWindow(self.window);
+        if (!parts->suspensions) {
+            parts->suspensions = process.workspace.observeSuspensions([parts](hushmeadows::Suspension reason, bool suspended) {
+                parts->forward(reason, suspended);
+            });
+        }
+        if (!parts->occlusion)
+            parts->observeWindow(window);
+    });
 }
 
 // The run ended: picture and sound go, and so do this view's observers, so
@@ -502,13 +505,17 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
 
 + (NSDictionary<NSString*, NSNumber*>*)hushmeadowsProcessDiagnostics
 {
-    hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
-    return @{
-        @"liveInstances" : @(process.runs.liveCount()),
-        @"observers" : @(hushmeadows::ScopedObserver::liveCount()),
-        @"liveSceneViews" : @(hushmeadows::PixelSceneView::liveCount()),
-        @"liveVideoSources" : @(hushmeadows::LoopingVideoSource::liveCount()),
-    };
+    NSDictionary<NSString*, NSNumber*>* result = @{};
+    hushmeadows::exceptionBarrier("process diagnostics", [&result] {
+        hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
+        result = @{
+            @"liveInstances" : @(process.runs.liveCount()),
+            @"observers" : @(hushmeadows::ScopedObserver::liveCount()),
+            @"liveSceneViews" : @(hushmeadows::PixelSceneView::liveCount()),
+            @"liveVideoSources" : @(hushmeadows::LoopingVideoSource::liveCount()),
+        };
+    });
+    return result;
 }
 
 - (NSDictionary<NSString*, id>*)hushmeadowsDiagnostics
