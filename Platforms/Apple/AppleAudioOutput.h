@@ -27,6 +27,8 @@ public:
 
 private:
     struct Engine;
+    std::expected<void, std::string> startEngine(AudioRenderSource& source, double sampleRate);
+
     std::unique_ptr<Engine> engine_;
 };
 

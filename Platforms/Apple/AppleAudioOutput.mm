@@ -105,6 +105,19 @@ AppleAudioOutput::~AppleAudioOutput() { stop(); }
 
 std::expected<void, std::string> AppleAudioOutput::start(AudioRenderSource& source, double sampleRate)
 {
+    // The engine raises when the device has no usable format (a machine
+    // without an output, a device going away mid-call): that is a failure to
+    // start, not an exception for the sound engine above.
+    @try {
+        return startEngine(source, sampleRate);
+    } @catch (NSException* exception) {
+        engine_->close();
+        return std::unexpected("the audio engine refused to start: " + utf8Text(exception.reason));
+    }
+}
+
+std::expected<void, std::string> AppleAudioOutput::startEngine(AudioRenderSource& source, double sampleRate)
+{
     Engine& e = *engine_;
     if (e.engine && e.rate != sampleRate)
         e.close();

@@ -49,7 +49,20 @@ struct Started {
     AVAssetReaderTrackOutput* output = nil;
 };
 
+std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track);
+
+// AVFoundation raises for a track it cannot read with these settings; that
+// is a file that cannot be read, not an exception for the decoding queue.
 std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track)
+{
+    @try {
+        return startReaderOnce(asset, track);
+    } @catch (NSException* exception) {
+        return std::unexpected(failure(VideoProbeFailure::cannotBeRead, utf8Text(exception.reason)));
+    }
+}
+
+std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track)
 {
     NSError* error = nil;
     Started started;

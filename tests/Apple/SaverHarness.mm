@@ -87,6 +87,8 @@ int main(int argc, const char* argv[])
                 expect([shown[@"hasSceneView"] boolValue], run, "the shown view has its picture");
                 expect([small[@"role"] isEqual:@"preview"], run, "a preview view takes the preview role");
                 expect(![small[@"ownsAudio"] boolValue], run, "a preview never owns the sound");
+                bool allowed = [shown[@"settingsAudioOptIn"] boolValue] && ![shown[@"settingsMuted"] boolValue];
+                expect([shown[@"ownsAudio"] boolValue] == allowed, run, "the shown view owns the sound exactly when the settings allow it");
 
                 post(@"com.apple.screensaver.willstop", nil);
                 if (run % 2 == 1)
