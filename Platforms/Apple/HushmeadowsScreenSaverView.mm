@@ -11,6 +11,7 @@
 #import <ScreenSaver/ScreenSaver.h>
 
 #include "HushmeadowsSaver/HushmeadowsScreenSaverView.h"
+#include "HushmeadowsSaver/SaverRuns.h"
 #include "HushmeadowsSaver/WorldChoice.h"
 #include "Platforms/Apple/AppleSaverAudio.h"
 #include "Platforms/Apple/AppleServices.h"
@@ -19,7 +20,6 @@
 #include "Platforms/Apple/DisplayLinkRunLoop.h"
 #include "Platforms/Apple/ExceptionBarrier.h"
 #include "Platforms/Apple/LayerSceneSurface.h"
-#include "Platforms/Apple/SaverRuns.h"
 #include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Picture/PixelSceneViewFactory.h"
 #include "SceneCore/Picture/PosterStore.h"

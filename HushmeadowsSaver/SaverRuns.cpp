@@ -1,4 +1,4 @@
-#include "Platforms/Apple/SaverRuns.h"
+#include "HushmeadowsSaver/SaverRuns.h"
 
 #include "SceneCore/Runtime/Log.h"
 
