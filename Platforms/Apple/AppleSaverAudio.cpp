@@ -21,7 +21,12 @@ AppleSaverAudio::AppleSaverAudio(RunLoop& mainLoop, const MediaProbe& media, Sys
                 .makeOutput = []() -> std::shared_ptr<AudioOutput> { return std::make_shared<AppleAudioOutput>(); },
                 .openFile = &AppleAudioFile::open,
                 .runInBackground = [loading](std::function<void()> work) { loading->async(std::move(work)); },
-                .makeSerialQueue = [](const std::string& label) -> std::unique_ptr<SerialQueue> { return std::make_unique<AppleSerialQueue>(label); },
+                // A streamer's work uses the streamer itself, so its queue
+                // finishes the read under way when the streamer goes: one
+                // buffer of a few seconds from a file already open.
+                .makeSerialQueue = [](const std::string& label) -> std::unique_ptr<SerialQueue> {
+                    return std::make_unique<AppleSerialQueue>(label, AppleSerialQueue::Teardown::drain);
+                },
                 .sleep = [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); },
                 .sampleRate = AudioMixer::defaultSampleRate,
                 .offlineFormat = std::nullopt,
@@ -36,7 +41,9 @@ AppleSaverAudio::AppleSaverAudio(RunLoop& mainLoop, const MediaProbe& media, Sys
 
 AppleSaverAudio::~AppleSaverAudio()
 {
-    // The arbiter's engine goes first; then no decode can report back to it.
+    // The arbiter's engine goes first; a load still under way finds it gone
+    // (it reports through the main loop, holding the engine weakly), and
+    // nothing here waits for that load.
     arbiter_.reset();
     loading_.reset();
 }

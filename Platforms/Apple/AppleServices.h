@@ -29,12 +29,21 @@ public:
     double mediaTime() const override;
 };
 
-// A serial dispatch queue at user-initiated quality of service. Work still
-// queued when the queue is destroyed runs before the destructor returns, as
-// the users of a decoding queue expect (their work may refer to them).
+// A serial dispatch queue at user-initiated quality of service.
 class AppleSerialQueue final : public SerialQueue {
 public:
-    explicit AppleSerialQueue(std::string label);
+    // What destruction does with work still queued.
+    enum class Teardown {
+        // Returns at once: dispatch keeps the queue until its work has run,
+        // and that work must own (or hold weakly) everything it touches.
+        // For loads, which a stop must never wait for.
+        detach,
+        // Waits until the work queued so far has run, for an owner whose
+        // work refers to the owner itself; each item must be short.
+        drain,
+    };
+
+    explicit AppleSerialQueue(std::string label, Teardown teardown = Teardown::detach);
     ~AppleSerialQueue() override;
     AppleSerialQueue(const AppleSerialQueue&) = delete;
     AppleSerialQueue& operator=(const AppleSerialQueue&) = delete;
@@ -45,6 +54,7 @@ public:
 private:
     struct Queue;
     std::string label_;
+    Teardown teardown_;
     std::unique_ptr<Queue> queue_;
 };
 

@@ -83,26 +83,34 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::scheduleRepeating(double interval
 double AppleMainRunLoop::mediaTime() const { return CACurrentMediaTime(); }
 
 namespace {
-// Tags each queue with its own Queue, so that a queue knows when it is
-// destroyed from its own work (waiting for itself would never end).
+// Tags each queue with a number of its own, so that a queue knows when it is
+// destroyed from its own work (waiting for itself would never end). A number,
+// not an address: a freed queue's address may come back for a new one while
+// the old one's work still runs.
 char queueKey;
+std::atomic<std::uintptr_t> nextQueueTag{1};
 }
 
 struct AppleSerialQueue::Queue {
     dispatch_queue_t queue;
+    void* tag;
 };
 
-AppleSerialQueue::AppleSerialQueue(std::string label)
+AppleSerialQueue::AppleSerialQueue(std::string label, Teardown teardown)
     : label_(std::move(label))
-    , queue_(std::make_unique<Queue>(Queue{dispatch_queue_create(
-          label_.c_str(), dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_SERIAL, QOS_CLASS_USER_INITIATED, 0))}))
+    , teardown_(teardown)
+    , queue_(std::make_unique<Queue>(Queue{
+          dispatch_queue_create(label_.c_str(), dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_SERIAL, QOS_CLASS_USER_INITIATED, 0)),
+          reinterpret_cast<void*>(nextQueueTag.fetch_add(1))}))
 {
-    dispatch_queue_set_specific(queue_->queue, &queueKey, queue_.get(), nullptr);
+    dispatch_queue_set_specific(queue_->queue, &queueKey, queue_->tag, nullptr);
 }
 
 AppleSerialQueue::~AppleSerialQueue()
 {
-    if (dispatch_get_specific(&queueKey) == queue_.get())
+    // Detached: the queue's own reference goes with queue_; each pending
+    // block keeps the dispatch queue alive until it has run.
+    if (teardown_ == Teardown::detach || dispatch_get_specific(&queueKey) == queue_->tag)
         return;
     // Serial: once this empty block has run, everything before it has.
     dispatch_sync(queue_->queue, ^{

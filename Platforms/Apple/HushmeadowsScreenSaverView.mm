@@ -210,7 +210,8 @@ private:
 
 // The C++ side of one view. Destroyed on the main thread only; the core goes
 // first (it cuts the sound and drops the picture), the run loop its picture
-// ran on last.
+// ran on last. Nothing here waits for a load: the video source's queue is
+// detached, and what its work still holds it owns (or holds weakly).
 struct ViewParts {
     SaverRuns::Instance instance = 0;
     std::unique_ptr<ViewHost> host;
@@ -281,8 +282,12 @@ std::unique_ptr<ViewParts> makeParts(HMPrincipalView* view)
             return surface;
         },
         PosterStore::shared(), frameLoop,
-        [&frameLoop](const std::vector<std::filesystem::path>& urls) {
-            return std::make_unique<LoopingVideoSource>(urls, frameLoop, std::make_unique<AppleSerialQueue>(LoopingVideoSource::queueLabel),
+        // The source's loads may outlive the view: the view's teardown
+        // leaves them to finish on the detached queue, so they report
+        // through the process's main loop, never the view's own.
+        [mainLoop = &process.mainLoop](const std::vector<std::filesystem::path>& urls) {
+            return std::make_unique<LoopingVideoSource>(urls, *mainLoop,
+                                                        std::make_unique<AppleSerialQueue>(LoopingVideoSource::queueLabel),
                                                         &AppleVideoFile::open);
         });
 
