@@ -11,10 +11,11 @@ namespace hushmeadows {
 // track of one local regular file, vending 32-bit BGRA, IOSurface-backed
 // pixel buffers, each copied once into a pooled image. Rewinding starts a new
 // reader from the beginning, which gives the first pass's frames exactly.
-// Loads of the asset wait at most loadTimeout, so a file that never answers
-// cannot hold the decoding queue (nor a stop that waits for it).
-// The frame rate is measured from the first frame's duration; the duration
-// stays unknown (0), which the looping source does not need.
+// A file opens, and passes the probe, only when it has a video track, plays
+// on this Mac and lasts longer than zero; each load of the asset waits at
+// most loadTimeout, so a file that never answers cannot hold the decoding
+// queue for long (and no stop waits for that queue). The frame rate is
+// measured from the first frame's duration.
 class AppleVideoFile final : public VideoFile {
 public:
     static constexpr double loadTimeout = 3.0;
@@ -28,7 +29,7 @@ public:
     AppleVideoFile& operator=(const AppleVideoFile&) = delete;
 
     double frameRate() const override { return frameRate_; }
-    double duration() const override { return 0; }
+    double duration() const override { return duration_; }
     PixelSize pixelSize() const override { return size_; }
     std::expected<std::optional<VideoFrame>, std::string> readFrame(ImagePool& pool) override;
     std::expected<void, std::string> rewind() override;
@@ -40,6 +41,7 @@ private:
     std::unique_ptr<Reader> reader_;
     PixelSize size_;
     double frameRate_ = 0;
+    double duration_ = 0;
     double nextTime_ = 0; // for frames that carry no timestamp
 };
 

@@ -7,6 +7,7 @@
 #import <CoreVideo/CoreVideo.h>
 
 #include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Worlds/WorldPackage.h"
 
 #include <cstring>
 
@@ -19,29 +20,74 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
     return VideoProbeResult{failure, std::move(detail)};
 }
 
-// The first video track, loaded asynchronously and waited for, at most
-// loadTimeout.
-std::expected<AVAssetTrack*, VideoProbeResult> loadVideoTrack(AVURLAsset* asset)
+// Waits for a load that start begins and that calls the block it is given
+// once done; at most loadTimeout, after which the asset's loading is
+// cancelled. False when the wait ran out. The block may still run later: it
+// holds what it writes.
+bool awaitLoad(AVAsset* asset, void (^start)(dispatch_block_t finished))
 {
     dispatch_semaphore_t done = dispatch_semaphore_create(0);
+    start(^{
+        dispatch_semaphore_signal(done);
+    });
+    auto timeout = dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(AppleVideoFile::loadTimeout * NSEC_PER_SEC));
+    if (dispatch_semaphore_wait(done, timeout) == 0)
+        return true;
+    [asset cancelLoading];
+    return false;
+}
+
+// The first video track.
+std::expected<AVAssetTrack*, VideoProbeResult> loadVideoTrack(AVURLAsset* asset)
+{
     __block NSArray<AVAssetTrack*>* found = nil;
     __block NSError* loadError = nil;
-    [asset loadTracksWithMediaType:AVMediaTypeVideo
-                 completionHandler:^(NSArray<AVAssetTrack*>* tracks, NSError* error) {
-                     found = tracks;
-                     loadError = error;
-                     dispatch_semaphore_signal(done);
-                 }];
-    auto timeout = dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(AppleVideoFile::loadTimeout * NSEC_PER_SEC));
-    if (dispatch_semaphore_wait(done, timeout) != 0) {
-        [asset cancelLoading];
+    bool loaded = awaitLoad(asset, ^(dispatch_block_t finished) {
+        [asset loadTracksWithMediaType:AVMediaTypeVideo
+                     completionHandler:^(NSArray<AVAssetTrack*>* tracks, NSError* error) {
+                         found = tracks;
+                         loadError = error;
+                         finished();
+                     }];
+    });
+    if (!loaded)
         return std::unexpected(failure(VideoProbeFailure::notReadable, std::string("loading the tracks took too long")));
-    }
     if (!found)
         return std::unexpected(failure(VideoProbeFailure::notReadable, errorText(loadError, "the tracks cannot be read")));
     if (found.count == 0)
         return std::unexpected(failure(VideoProbeFailure::noVideoTrack));
     return found.firstObject;
+}
+
+// Whether the asset plays on this Mac, then its duration in seconds (more
+// than zero; an indefinite or invalid one is not). A value that fails to load
+// makes the file unreadable.
+std::expected<double, VideoProbeResult> loadPlayableDuration(AVURLAsset* asset)
+{
+    NSString* playableKey = @"playable";
+    NSString* durationKey = @"duration";
+    bool loaded = awaitLoad(asset, ^(dispatch_block_t finished) {
+        [asset loadValuesAsynchronouslyForKeys:@[ playableKey, durationKey ] completionHandler:finished];
+    });
+    if (!loaded)
+        return std::unexpected(failure(VideoProbeFailure::notReadable, std::string("loading the playability took too long")));
+    auto unloaded = [asset](NSString* key) -> std::optional<VideoProbeResult> {
+        NSError* error = nil;
+        if ([asset statusOfValueForKey:key error:&error] == AVKeyValueStatusLoaded)
+            return std::nullopt;
+        return failure(VideoProbeFailure::notReadable, errorText(error, "a property cannot be loaded"));
+    };
+    if (auto problem = unloaded(playableKey))
+        return std::unexpected(*problem);
+    if (!asset.playable)
+        return std::unexpected(failure(VideoProbeFailure::notPlayable));
+    if (auto problem = unloaded(durationKey))
+        return std::unexpected(*problem);
+    const CMTime duration = asset.duration;
+    const double seconds = CMTIME_IS_NUMERIC(duration) ? CMTimeGetSeconds(duration) : 0;
+    if (!(seconds > 0))
+        return std::unexpected(failure(VideoProbeFailure::zeroDuration));
+    return seconds;
 }
 
 struct Started {
@@ -97,10 +143,20 @@ CMSampleBufferRef nextPicture(AVAssetReaderTrackOutput* output)
     }
 }
 
+// The reason package validation gives, with what AVFoundation said.
 std::string describe(const VideoProbeResult& result)
 {
-    return "the video cannot be read (failure " + std::to_string(static_cast<int>(result.failure)) + ")"
-        + (result.detail ? ": " + *result.detail : std::string());
+    std::string reason = videoProbeReason(result);
+    // Undecodable frames already give the reader's text as their reason.
+    if (result.detail && result.failure != VideoProbeFailure::noDecodableFrames)
+        reason += ": " + *result.detail;
+    return reason;
+}
+
+// The reader's error when it stopped without a frame.
+VideoProbeResult noFrames(AVAssetReader* reader)
+{
+    return failure(VideoProbeFailure::noDecodableFrames, reader.error ? std::optional<std::string>(errorText(reader.error, "")) : std::nullopt);
 }
 
 } // namespace
@@ -141,6 +197,9 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
     if (!track)
         return std::unexpected(describe(track.error()));
     reader->track = *track;
+    auto duration = loadPlayableDuration(reader->asset);
+    if (!duration)
+        return std::unexpected(describe(duration.error()));
     auto started = startReader(reader->asset, reader->track);
     if (!started)
         return std::unexpected(describe(started.error()));
@@ -148,7 +207,7 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
     reader->output = started->output;
     reader->pending = nextPicture(reader->output);
     if (!reader->pending)
-        return std::unexpected(errorText(reader->reader.error, "no frame decodes"));
+        return std::unexpected(describe(noFrames(reader->reader)));
 
     CVImageBufferRef image = CMSampleBufferGetImageBuffer(reader->pending);
     PixelSize size{static_cast<int>(CVPixelBufferGetWidth(image)), static_cast<int>(CVPixelBufferGetHeight(image))};
@@ -159,6 +218,7 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
 
     std::unique_ptr<AppleVideoFile> video(new AppleVideoFile(std::move(reader)));
     video->size_ = size;
+    video->duration_ = *duration;
     video->frameRate_ = seconds > 0 ? 1.0 / seconds : 0;
     return video;
 }
@@ -224,13 +284,14 @@ std::optional<VideoProbeResult> AppleVideoFile::probe(const std::filesystem::pat
     auto track = loadVideoTrack(asset);
     if (!track)
         return track.error();
+    if (auto duration = loadPlayableDuration(asset); !duration)
+        return duration.error();
     auto started = startReader(asset, *track);
     if (!started)
         return started.error();
     CMSampleBufferRef sample = nextPicture(started->output);
     if (!sample)
-        return failure(VideoProbeFailure::noDecodableFrames,
-                       started->reader.error ? std::optional<std::string>(errorText(started->reader.error, "")) : std::nullopt);
+        return noFrames(started->reader);
     CFRelease(sample);
     [started->reader cancelReading];
     return std::nullopt;
