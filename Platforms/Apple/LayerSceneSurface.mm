@@ -9,8 +9,10 @@ namespace hushmeadows {
 
 namespace {
 
-// A CGImage over the core's pixels; the image stays alive as long as the
-// CGImage does.
+// A CGImage over the core's own pixels, never a copy of them: a video frame
+// keeps the one copy the decoder made. The provider holds a reference to the
+// (pooled) image and drops it when Core Animation lets go of the CGImage;
+// only then can the pool reuse the buffer.
 CGImageRef makeCGImage(std::shared_ptr<const Image> image)
 {
     auto* keeper = new std::shared_ptr<const Image>(std::move(image));
@@ -18,6 +20,10 @@ CGImageRef makeCGImage(std::shared_ptr<const Image> image)
     CGDataProviderRef provider = CGDataProviderCreateWithData(keeper, pixels.pixels.data(), pixels.byteCost(), [](void* info, const void*, size_t) {
         delete static_cast<std::shared_ptr<const Image>*>(info);
     });
+    if (!provider) {
+        delete keeper;
+        return nullptr;
+    }
     CGColorSpaceRef space = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
     // Video frames are opaque: alpha skipped, so nothing is blended.
     CGBitmapInfo alpha = pixels.format == PixelFormat::bgra8
