@@ -20,6 +20,18 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
     return VideoProbeResult{failure, std::move(detail)};
 }
 
+// AVFoundation may raise for a file it cannot make sense of; that is a file
+// that fails for the reason given, not an exception for the decoding queue.
+template <typename Step>
+auto raisedAs(VideoProbeFailure reason, Step&& step) -> decltype(step())
+{
+    @try {
+        return step();
+    } @catch (NSException* exception) {
+        return std::unexpected(failure(reason, utf8Text(exception.reason)));
+    }
+}
+
 // Waits for a load that start begins and that calls the block it is given
 // once done; at most loadTimeout, after which the asset's loading is
 // cancelled. False when the wait ran out. The block may still run later: it
@@ -95,17 +107,24 @@ struct Started {
     AVAssetReaderTrackOutput* output = nil;
 };
 
-std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track);
+struct Loaded {
+    AVAssetTrack* track = nil;
+    double duration = 0;
+};
 
-// AVFoundation raises for a track it cannot read with these settings; that
-// is a file that cannot be read, not an exception for the decoding queue.
-std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track)
+// The loads in the order validation gives its reasons: tracks, then
+// playability and duration.
+std::expected<Loaded, VideoProbeResult> loadAsset(AVURLAsset* asset)
 {
-    @try {
-        return startReaderOnce(asset, track);
-    } @catch (NSException* exception) {
-        return std::unexpected(failure(VideoProbeFailure::cannotBeRead, utf8Text(exception.reason)));
-    }
+    return raisedAs(VideoProbeFailure::notReadable, [asset]() -> std::expected<Loaded, VideoProbeResult> {
+        auto track = loadVideoTrack(asset);
+        if (!track)
+            return std::unexpected(track.error());
+        auto duration = loadPlayableDuration(asset);
+        if (!duration)
+            return std::unexpected(duration.error());
+        return Loaded{*track, *duration};
+    });
 }
 
 std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track)
@@ -129,6 +148,12 @@ std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAs
     if (![started.reader startReading])
         return std::unexpected(failure(VideoProbeFailure::decoderCouldNotStart, errorText(started.reader.error, "the reader did not start")));
     return started;
+}
+
+// A track AVFoundation cannot read with these settings makes it raise.
+std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track)
+{
+    return raisedAs(VideoProbeFailure::cannotBeRead, [asset, track] { return startReaderOnce(asset, track); });
 }
 
 // The next sample that holds a picture, retained (the caller releases it);
@@ -193,13 +218,10 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
         return std::unexpected(std::string("not a regular file"));
     auto reader = std::make_unique<Reader>();
     reader->asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
-    auto track = loadVideoTrack(reader->asset);
-    if (!track)
-        return std::unexpected(describe(track.error()));
-    reader->track = *track;
-    auto duration = loadPlayableDuration(reader->asset);
-    if (!duration)
-        return std::unexpected(describe(duration.error()));
+    auto loaded = loadAsset(reader->asset);
+    if (!loaded)
+        return std::unexpected(describe(loaded.error()));
+    reader->track = loaded->track;
     auto started = startReader(reader->asset, reader->track);
     if (!started)
         return std::unexpected(describe(started.error()));
@@ -218,7 +240,7 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
 
     std::unique_ptr<AppleVideoFile> video(new AppleVideoFile(std::move(reader)));
     video->size_ = size;
-    video->duration_ = *duration;
+    video->duration_ = loaded->duration;
     video->frameRate_ = seconds > 0 ? 1.0 / seconds : 0;
     return video;
 }
@@ -281,12 +303,10 @@ std::optional<VideoProbeResult> AppleVideoFile::probe(const std::filesystem::pat
     if (!PosixFileAccess::ends(file, 0, 0))
         return failure(VideoProbeFailure::notReadable, std::string("not a regular file"));
     AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
-    auto track = loadVideoTrack(asset);
-    if (!track)
-        return track.error();
-    if (auto duration = loadPlayableDuration(asset); !duration)
-        return duration.error();
-    auto started = startReader(asset, *track);
+    auto loaded = loadAsset(asset);
+    if (!loaded)
+        return loaded.error();
+    auto started = startReader(asset, loaded->track);
     if (!started)
         return started.error();
     CMSampleBufferRef sample = nextPicture(started->output);
