@@ -10,6 +10,7 @@
 #include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
+#include "SceneCore/Runtime/SerialQueue.h"
 
 #include <cstdint>
 #include <functional>
@@ -26,6 +27,35 @@ public:
     std::shared_ptr<Cancellable> postAfter(double delay, std::function<void()> work) override;
     std::shared_ptr<Cancellable> scheduleRepeating(double interval, std::function<void()> work) override;
     double mediaTime() const override;
+};
+
+// A serial dispatch queue at user-initiated quality of service.
+class AppleSerialQueue final : public SerialQueue {
+public:
+    // What destruction does with work still queued.
+    enum class Teardown {
+        // Returns at once: dispatch keeps the queue until its work has run,
+        // and that work must own (or hold weakly) everything it touches.
+        // For loads, which a stop must never wait for.
+        detach,
+        // Waits until the work queued so far has run, for an owner whose
+        // work refers to the owner itself; each item must be short.
+        drain,
+    };
+
+    explicit AppleSerialQueue(std::string label, Teardown teardown = Teardown::detach);
+    ~AppleSerialQueue() override;
+    AppleSerialQueue(const AppleSerialQueue&) = delete;
+    AppleSerialQueue& operator=(const AppleSerialQueue&) = delete;
+
+    const std::string& label() const override { return label_; }
+    void async(std::function<void()> work) override;
+
+private:
+    struct Queue;
+    std::string label_;
+    Teardown teardown_;
+    std::unique_ptr<Queue> queue_;
 };
 
 // NSDistributedNotificationCenter, delivered on the main operation queue.
@@ -69,15 +99,17 @@ public:
     void write(const LogRecord& record) override;
 };
 
-// Image I/O: headers for sizes, full decodes into 32-bit BGRA or RGBA.
+// Image I/O: headers for sizes, full decodes into 32-bit BGRA or RGBA. Only
+// local regular files are opened, and a picture larger than
+// maximumDecodedImageBytes is refused from its header.
 class AppleImageDecoder final : public ImageDecoder {
 public:
     std::optional<PixelSize> pixelSize(const std::filesystem::path& file) const override;
     std::optional<Image> decode(const std::filesystem::path& file, PixelFormat format) const override;
 };
 
-// Image I/O for posters, AVAudioFile for sound, AVFoundation's asset reader
-// for the video probe.
+// The image decoder's header read for posters, the audio file adapter's for
+// sound, the video file adapter's first frame for videos.
 class AppleMediaProbe final : public MediaProbe {
 public:
     std::optional<PixelSize> imagePixelSize(const std::filesystem::path& file) const override;

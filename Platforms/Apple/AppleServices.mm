@@ -1,37 +1,27 @@
 #import "Platforms/Apple/AppleServices.h"
 
-#import <AVFoundation/AVFoundation.h>
+#import "Platforms/Apple/ApplePaths.h"
+#import "Platforms/Apple/HMBlockTarget.h"
+#import "Platforms/Apple/ScopedObserver.h"
+
 #import <AppKit/AppKit.h>
 #import <CoreGraphics/CoreGraphics.h>
 #import <ImageIO/ImageIO.h>
 #import <QuartzCore/QuartzCore.h>
 #import <os/log.h>
 
+#include "Platforms/Apple/AppleAudioFile.h"
+#include "Platforms/Apple/AppleVideoFile.h"
+#include "Platforms/Apple/ExceptionBarrier.h"
+#include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Runtime/ImageHeader.h"
+
 #include <atomic>
 #include <mutex>
-
-// A block target for NSTimer that does not keep its owner alive.
-@interface HMTimerTarget : NSObject
-@property(nonatomic, copy) void (^action)(void);
-- (void)fire:(NSTimer*)timer;
-@end
-
-@implementation HMTimerTarget
-- (void)fire:(NSTimer*)timer
-{
-    if (self.action)
-        self.action();
-}
-@end
 
 namespace hushmeadows {
 
 namespace {
-
-NSURL* fileURL(const std::filesystem::path& file)
-{
-    return [NSURL fileURLWithPath:[NSString stringWithUTF8String:file.c_str()]];
-}
 
 struct TimerToken final : Cancellable {
     std::atomic<bool> cancelled{false};
@@ -46,6 +36,7 @@ struct TimerToken final : Cancellable {
         });
     }
     bool isCancelled() const override { return cancelled.load(); }
+    ~TimerToken() override { [timer invalidate]; }
 };
 
 } // namespace
@@ -54,7 +45,7 @@ void AppleMainRunLoop::post(std::function<void()> work)
 {
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
     dispatch_async(dispatch_get_main_queue(), ^{
-        (*shared)();
+        exceptionBarrier("main queue work", *shared);
     });
 }
 
@@ -66,7 +57,7 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::postAfter(double delay, std::func
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(delay * NSEC_PER_SEC)), dispatch_get_main_queue(), ^{
         auto alive = weak.lock();
         if (alive && !alive->isCancelled())
-            (*shared)();
+            exceptionBarrier("delayed work", *shared);
     });
     return token;
 }
@@ -75,12 +66,12 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::scheduleRepeating(double interval
 {
     auto token = std::make_shared<TimerToken>();
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
-    HMTimerTarget* target = [HMTimerTarget new];
+    HMBlockTarget* target = [HMBlockTarget new];
     std::weak_ptr<TimerToken> weak = token;
     target.action = ^{
         auto alive = weak.lock();
         if (alive && !alive->isCancelled())
-            (*shared)();
+            exceptionBarrier("repeating work", *shared);
     };
     // Common modes, so that fades go on while the system tracks events.
     NSTimer* timer = [NSTimer timerWithTimeInterval:interval target:target selector:@selector(fire:) userInfo:nil repeats:YES];
@@ -91,8 +82,51 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::scheduleRepeating(double interval
 
 double AppleMainRunLoop::mediaTime() const { return CACurrentMediaTime(); }
 
+namespace {
+// Tags each queue with a number of its own, so that a queue knows when it is
+// destroyed from its own work (waiting for itself would never end). A number,
+// not an address: a freed queue's address may come back for a new one while
+// the old one's work still runs.
+char queueKey;
+std::atomic<std::uintptr_t> nextQueueTag{1};
+}
+
+struct AppleSerialQueue::Queue {
+    dispatch_queue_t queue;
+    void* tag;
+};
+
+AppleSerialQueue::AppleSerialQueue(std::string label, Teardown teardown)
+    : label_(std::move(label))
+    , teardown_(teardown)
+    , queue_(std::make_unique<Queue>(Queue{
+          dispatch_queue_create(label_.c_str(), dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_SERIAL, QOS_CLASS_USER_INITIATED, 0)),
+          reinterpret_cast<void*>(nextQueueTag.fetch_add(1))}))
+{
+    dispatch_queue_set_specific(queue_->queue, &queueKey, queue_->tag, nullptr);
+}
+
+AppleSerialQueue::~AppleSerialQueue()
+{
+    // Detached: the queue's own reference goes with queue_; each pending
+    // block keeps the dispatch queue alive until it has run.
+    if (teardown_ == Teardown::detach || dispatch_get_specific(&queueKey) == queue_->tag)
+        return;
+    // Serial: once this empty block has run, everything before it has.
+    dispatch_sync(queue_->queue, ^{
+                  });
+}
+
+void AppleSerialQueue::async(std::function<void()> work)
+{
+    auto shared = std::make_shared<std::function<void()>>(std::move(work));
+    dispatch_async(queue_->queue, ^{
+        exceptionBarrier("queued work", *shared);
+    });
+}
+
 struct AppleDistributedCenter::Observers {
-    std::map<Token, id<NSObject>> tokens;
+    std::map<Token, std::unique_ptr<ScopedObserver>> tokens;
 };
 
 AppleDistributedCenter::AppleDistributedCenter()
@@ -100,47 +134,36 @@ AppleDistributedCenter::AppleDistributedCenter()
 {
 }
 
-AppleDistributedCenter::~AppleDistributedCenter()
-{
-    for (auto& [token, observer] : observers_->tokens)
-        [[NSDistributedNotificationCenter defaultCenter] removeObserver:observer];
-}
+AppleDistributedCenter::~AppleDistributedCenter() = default;
 
 AppleDistributedCenter::Token AppleDistributedCenter::addObserver(const std::string& name, Handler handler)
 {
     auto shared = std::make_shared<Handler>(std::move(handler));
-    id<NSObject> observer = [[NSDistributedNotificationCenter defaultCenter]
-        addObserverForName:[NSString stringWithUTF8String:name.c_str()]
-                    object:nil
-                     queue:[NSOperationQueue mainQueue]
-                usingBlock:^(NSNotification* note) {
-                    // Written from the enumeration block below, hence __block.
-                    __block std::map<std::string, bool> booleans;
-                    [note.userInfo enumerateKeysAndObjectsUsingBlock:^(id key, id value, BOOL*) {
-                        // Booleans arrive as NSNumber's boolean singletons.
-                        if ([key isKindOfClass:[NSString class]] && (value == (id)kCFBooleanTrue || value == (id)kCFBooleanFalse))
-                            booleans[((NSString*)key).UTF8String] = static_cast<bool>([value boolValue]);
-                    }];
-                    (*shared)(booleans);
-                }];
+    auto observer = std::make_unique<ScopedObserver>(
+        [NSDistributedNotificationCenter defaultCenter], nsText(name), nil, [NSOperationQueue mainQueue], ^(NSNotification* note) {
+            // Written from the enumeration block below, hence __block.
+            __block std::map<std::string, bool> booleans;
+            [note.userInfo enumerateKeysAndObjectsUsingBlock:^(id key, id value, BOOL* stop) {
+                (void)stop;
+                // Booleans arrive as NSNumber's boolean singletons.
+                if ([key isKindOfClass:[NSString class]] && (value == (id)kCFBooleanTrue || value == (id)kCFBooleanFalse))
+                    booleans[utf8Text((NSString*)key)] = static_cast<bool>([value boolValue]);
+            }];
+            std::map<std::string, bool> values = std::move(booleans);
+            auto handler = shared;
+            exceptionBarrier("distributed notification", [handler, &values] { (*handler)(values); });
+        });
     Token token = next_++;
-    observers_->tokens[token] = observer;
+    observers_->tokens[token] = std::move(observer);
     return token;
 }
 
-void AppleDistributedCenter::removeObserver(Token token)
-{
-    auto it = observers_->tokens.find(token);
-    if (it == observers_->tokens.end())
-        return;
-    [[NSDistributedNotificationCenter defaultCenter] removeObserver:it->second];
-    observers_->tokens.erase(it);
-}
+void AppleDistributedCenter::removeObserver(Token token) { observers_->tokens.erase(token); }
 
 void AppleDistributedCenter::post(const Notification& notification)
 {
-    NSString* object = notification.object ? [NSString stringWithUTF8String:notification.object->c_str()] : nil;
-    [[NSDistributedNotificationCenter defaultCenter] postNotificationName:[NSString stringWithUTF8String:notification.name.c_str()]
+    NSString* object = notification.object ? nsText(*notification.object) : nil;
+    [[NSDistributedNotificationCenter defaultCenter] postNotificationName:nsText(notification.name)
                                                                    object:object
                                                                  userInfo:nil
                                                        deliverImmediately:YES];
@@ -149,7 +172,7 @@ void AppleDistributedCenter::post(const Notification& notification)
 std::vector<EngineProcess> AppleSystemSession::engineProcesses() const
 {
     struct Process final : WatchedProcess {
-        NSRunningApplication* __strong app;
+        NSRunningApplication* __strong app = nil;
         bool isTerminated() const override { return app.terminated; }
     };
     std::vector<EngineProcess> result;
@@ -209,32 +232,72 @@ void AppleLogSink::write(const LogRecord& record)
     os_log_with_type(log, type, "%{public}s", line.c_str());
 }
 
-std::optional<PixelSize> AppleImageDecoder::pixelSize(const std::filesystem::path& file) const
+namespace {
+
+// An image source over a local regular file; nothing for anything else (a
+// pipe would block Image I/O's read, a device would never end).
+CGImageSourceRef openImage(const std::filesystem::path& file)
 {
-    CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);
-    if (!source)
-        return std::nullopt;
+    if (!PosixFileAccess::ends(file, 0, 0))
+        return nullptr;
+    NSDictionary* options = @{(__bridge NSString*)kCGImageSourceShouldCache : @NO};
+    return CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), (__bridge CFDictionaryRef)options);
+}
+
+// The size in the first image's properties; Image I/O reads them from the
+// header without decoding a pixel.
+std::optional<PixelSize> propertiesSize(CGImageSourceRef source)
+{
     std::optional<PixelSize> size;
     CFDictionaryRef properties = CGImageSourceCopyPropertiesAtIndex(source, 0, nullptr);
-    if (properties) {
-        CFNumberRef width = (CFNumberRef)CFDictionaryGetValue(properties, kCGImagePropertyPixelWidth);
-        CFNumberRef height = (CFNumberRef)CFDictionaryGetValue(properties, kCGImagePropertyPixelHeight);
-        int w = 0;
-        int h = 0;
-        if (width && height && CFGetTypeID(width) == CFNumberGetTypeID() && CFGetTypeID(height) == CFNumberGetTypeID()
-            && CFNumberGetValue(width, kCFNumberIntType, &w) && CFNumberGetValue(height, kCFNumberIntType, &h))
-            size = PixelSize{w, h};
-        CFRelease(properties);
+    if (!properties)
+        return size;
+    auto number = [properties](CFStringRef key) -> std::optional<int> {
+        CFTypeRef value = CFDictionaryGetValue(properties, key);
+        int result = 0;
+        if (value && CFGetTypeID(value) == CFNumberGetTypeID() && CFNumberGetValue((CFNumberRef)value, kCFNumberIntType, &result))
+            return result;
+        return std::nullopt;
+    };
+    auto width = number(kCGImagePropertyPixelWidth);
+    auto height = number(kCGImagePropertyPixelHeight);
+    if (width && height && *width > 0 && *height > 0)
+        size = PixelSize{*width, *height};
+    CFRelease(properties);
+    return size;
+}
+
+bool tooLarge(PixelSize size) { return size.decodedBytes() > maximumDecodedImageBytes; }
+
+} // namespace
+
+std::optional<PixelSize> AppleImageDecoder::pixelSize(const std::filesystem::path& file) const
+{
+    // PNG and JPEG state their size in their first bytes: no decoder needed.
+    if (auto ends = PosixFileAccess::ends(file, 64 * 1024, 12)) {
+        if (auto stated = imageHeaderSize(ends->head, ends->tail))
+            return stated;
     }
+    CGImageSourceRef source = openImage(file);
+    if (!source)
+        return std::nullopt;
+    auto size = propertiesSize(source);
     CFRelease(source);
     return size;
 }
 
 std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file, PixelFormat format) const
 {
-    CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);
+    CGImageSourceRef source = openImage(file);
     if (!source)
         return std::nullopt;
+    // Judged on the header, before any pixel is decoded; and again on the
+    // image, whose size a lying header does not bind.
+    auto stated = propertiesSize(source);
+    if (!stated || tooLarge(*stated)) {
+        CFRelease(source);
+        return std::nullopt;
+    }
     NSDictionary* options = @{(__bridge NSString*)kCGImageSourceShouldCacheImmediately : @YES};
     CGImageRef image = CGImageSourceCreateImageAtIndex(source, 0, (__bridge CFDictionaryRef)options);
     CFRelease(source);
@@ -242,12 +305,17 @@ std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file
         return std::nullopt;
     int width = static_cast<int>(CGImageGetWidth(image));
     int height = static_cast<int>(CGImageGetHeight(image));
+    if (width <= 0 || height <= 0 || tooLarge(PixelSize{width, height})) {
+        CGImageRelease(image);
+        return std::nullopt;
+    }
     Image out = Image::blank(width, height, format);
     CGColorSpaceRef space = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
     // BGRA is 32-bit little-endian with alpha first; RGBA is big-endian alpha last.
-    CGBitmapInfo info = format == PixelFormat::bgra8 ? (kCGImageAlphaPremultipliedFirst | kCGBitmapByteOrder32Little)
-                                                     : (kCGImageAlphaPremultipliedLast | kCGBitmapByteOrder32Big);
-    CGContextRef context = CGBitmapContextCreate(out.pixels.data(), width, height, 8, out.bytesPerRow, space, info);
+    CGBitmapInfo info = format == PixelFormat::bgra8 ? ((CGBitmapInfo)kCGImageAlphaPremultipliedFirst | kCGBitmapByteOrder32Little)
+                                                     : ((CGBitmapInfo)kCGImageAlphaPremultipliedLast | kCGBitmapByteOrder32Big);
+    CGContextRef context = CGBitmapContextCreate(out.pixels.data(), static_cast<size_t>(width), static_cast<size_t>(height), 8,
+                                                 out.bytesPerRow, space, info);
     CGColorSpaceRelease(space);
     if (!context) {
         CGImageRelease(image);
@@ -261,76 +329,17 @@ std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file
 
 std::optional<PixelSize> AppleMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
-    CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);
-    if (!source)
-        return std::nullopt;
-    CGImageRef image = CGImageSourceCreateImageAtIndex(source, 0, nullptr);
-    CFRelease(source);
-    if (!image)
-        return std::nullopt;
-    PixelSize size{static_cast<int>(CGImageGetWidth(image)), static_cast<int>(CGImageGetHeight(image))};
-    CGImageRelease(image);
-    return size;
+    return AppleImageDecoder().pixelSize(file);
 }
 
 std::expected<AudioFileInfo, std::string> AppleMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
-    NSError* error = nil;
-    AVAudioFile* audio = [[AVAudioFile alloc] initForReading:fileURL(file) error:&error];
-    if (!audio)
-        return std::unexpected(std::string(error.localizedDescription.UTF8String ?: "not an audio file"));
-    AVAudioFormat* format = audio.processingFormat;
-    return AudioFileInfo{format.sampleRate, static_cast<int>(format.channelCount), audio.length};
+    return AppleAudioFile::inspect(file);
 }
 
 std::optional<VideoProbeResult> AppleMediaProbe::probeVideo(const std::filesystem::path& file) const
 {
-    AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
-    // The probe runs off the main thread and waits for each asynchronous load.
-    auto load = [&](NSString* key) -> bool {
-        dispatch_semaphore_t done = dispatch_semaphore_create(0);
-        [asset loadValuesAsynchronouslyForKeys:@[ key ] completionHandler:^{
-            dispatch_semaphore_signal(done);
-        }];
-        dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
-        NSError* error = nil;
-        return [asset statusOfValueForKey:key error:&error] == AVKeyValueStatusLoaded;
-    };
-    if (!load(@"tracks"))
-        return VideoProbeResult{VideoProbeFailure::notReadable, std::nullopt};
-    NSArray<AVAssetTrack*>* tracks = [asset tracksWithMediaType:AVMediaTypeVideo];
-    if (tracks.count == 0)
-        return VideoProbeResult{VideoProbeFailure::noVideoTrack, std::nullopt};
-    if (!load(@"playable"))
-        return VideoProbeResult{VideoProbeFailure::notReadable, std::nullopt};
-    if (!asset.playable)
-        return VideoProbeResult{VideoProbeFailure::notPlayable, std::nullopt};
-    if (!load(@"duration"))
-        return VideoProbeResult{VideoProbeFailure::notReadable, std::nullopt};
-    CMTime duration = asset.duration;
-    if (!CMTIME_IS_NUMERIC(duration) || CMTimeGetSeconds(duration) <= 0)
-        return VideoProbeResult{VideoProbeFailure::zeroDuration, std::nullopt};
-    NSError* error = nil;
-    AVAssetReader* reader = [AVAssetReader assetReaderWithAsset:asset error:&error];
-    if (!reader)
-        return VideoProbeResult{VideoProbeFailure::cannotBeRead, std::nullopt};
-    NSDictionary* settings = @{(__bridge NSString*)kCVPixelBufferPixelFormatTypeKey : @(kCVPixelFormatType_32BGRA)};
-    AVAssetReaderTrackOutput* output = [AVAssetReaderTrackOutput assetReaderTrackOutputWithTrack:tracks.firstObject outputSettings:settings];
-    if (![reader canAddOutput:output])
-        return VideoProbeResult{VideoProbeFailure::unsupportedFormat, std::nullopt};
-    [reader addOutput:output];
-    if (![reader startReading])
-        return VideoProbeResult{VideoProbeFailure::decoderCouldNotStart, std::nullopt};
-    CMSampleBufferRef sample = [output copyNextSampleBuffer];
-    if (!sample) {
-        std::optional<std::string> detail;
-        if (reader.error)
-            detail = std::string(reader.error.localizedDescription.UTF8String ?: "");
-        return VideoProbeResult{VideoProbeFailure::noDecodableFrames, detail};
-    }
-    CFRelease(sample);
-    [reader cancelReading];
-    return std::nullopt;
+    return AppleVideoFile::probe(file);
 }
 
 } // namespace hushmeadows

@@ -1,18 +1,27 @@
 // The screen saver bundle's principal class: a thin ScreenSaverView subclass
 // that hands every decision to the portable HushmeadowsScreenSaverView and
-// gives it the platform through small adapters.
+// gives it the platform through small adapters. Every entry from AppKit or a
+// notification goes through exceptionBarrier.
 
-#import "Platforms/Apple/AppleServices.h"
+#import "Platforms/Apple/ApplePaths.h"
+#import "Platforms/Apple/ScopedObserver.h"
 
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 #import <ScreenSaver/ScreenSaver.h>
 
-#include "HushmeadowsSaver/ActivationMonitor.h"
 #include "HushmeadowsSaver/HushmeadowsScreenSaverView.h"
+#include "HushmeadowsSaver/SaverRuns.h"
 #include "HushmeadowsSaver/WorldChoice.h"
+#include "Platforms/Apple/AppleSaverAudio.h"
+#include "Platforms/Apple/AppleServices.h"
+#include "Platforms/Apple/AppleVideoFile.h"
+#include "Platforms/Apple/AppleWorkspaceEvents.h"
+#include "Platforms/Apple/DisplayLinkRunLoop.h"
+#include "Platforms/Apple/ExceptionBarrier.h"
 #include "Platforms/Apple/LayerSceneSurface.h"
-#include "SceneCore/Picture/PixelSceneView.h"
+#include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Picture/PixelSceneViewFactory.h"
 #include "SceneCore/Picture/PosterStore.h"
 #include "SceneCore/Runtime/Precondition.h"
 #include "SceneCore/Settings/Environment.h"
@@ -22,7 +31,8 @@
 #include <unistd.h>
 
 #include <random>
-#include <set>
+#include <type_traits>
+#include <variant>
 
 @class HushmeadowsScreenSaverView;
 // The Objective-C principal class, named apart from the portable view of the
@@ -38,54 +48,45 @@ constexpr const char* didStopName = "com.apple.screensaver.didstop";
 constexpr const char* willStopName = "com.apple.screensaver.willstop";
 constexpr const char* runFromPrefKey = "runFromPref";
 
-// Sound on macOS comes with its own adapter; until then the saver keeps every
-// claim and plays nothing.
-class SilentArbiter final : public AudioArbiter {
-public:
-    void acquire(const void* client, const WorldPackage&, const HushmeadowsSettings&) override { clients_.insert(client); }
-    void release(const void* client, bool) override { clients_.erase(client); }
-    Diagnostics diagnostics(const void* client) const override
-    {
-        Diagnostics d;
-        d.clients = static_cast<int>(clients_.size());
-        d.ownsAudio = clients_.contains(client);
-        return d;
-    }
+std::optional<std::filesystem::path> realHome()
+{
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
+        return std::filesystem::path(entry->pw_dir);
+    return std::nullopt;
+}
 
-private:
-    std::set<const void*> clients_;
-};
-
-// Everything the process shares across its views, made on first use on the
-// main thread and kept for the life of the process.
+// Everything the process shares across its views and runs, made on first use
+// on the main thread and kept for the life of the process (the host keeps
+// the process between runs): its observers are added once, here.
 struct SaverProcess {
     AppleMainRunLoop mainLoop;
     AppleDistributedCenter center;
     AppleSystemSession session;
-    ActivationMonitor activation{[this](ActivationMonitor& monitor) {
-        center.addObserver(didStartName, [&monitor](const std::map<std::string, bool>& booleans) {
-            auto flag = booleans.find(runFromPrefKey);
-            monitor.screenSaverDidStart(flag != booleans.end() && flag->second);
-        });
-        center.addObserver(didStopName, [&monitor](const std::map<std::string, bool>&) { monitor.screenSaverDidStop(); });
-    }};
     AppleMediaProbe media;
-    SilentArbiter audio;
+    AppleWorkspaceEvents workspace;
+    SaverRuns runs{[this] { connectActivation(); }};
+    std::unique_ptr<AppleSaverAudio> audio;
+    std::uint64_t nextInstance = 1;
 
     SaverProcess()
     {
         Log::setSink(std::make_shared<AppleLogSink>());
-        Environment environment = Environment::fromProcess(realHome());
-        Environment::install(environment);
-        PosterStore::installShared(std::make_unique<PosterStore>(mainLoop, std::make_unique<DispatchSerialQueue>(PosterStore::queueLabel),
+        PosixFileAccess::install();
+        Environment::install(Environment::fromProcess(realHome()));
+        PosterStore::installShared(std::make_unique<PosterStore>(mainLoop, std::make_unique<AppleSerialQueue>(PosterStore::queueLabel),
                                                                  std::make_shared<AppleImageDecoder>()));
+        audio = std::make_unique<AppleSaverAudio>(mainLoop, media, workspace);
+        // One observer for the process: the run's end reaches every live view.
+        center.addObserver(willStopName, [this](const std::map<std::string, bool>&) { runs.screenSaverWillStop(); });
     }
 
-    static std::optional<std::filesystem::path> realHome()
+    void connectActivation()
     {
-        if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
-            return std::filesystem::path(entry->pw_dir);
-        return std::nullopt;
+        center.addObserver(didStartName, [this](const std::map<std::string, bool>& booleans) {
+            auto flag = booleans.find(runFromPrefKey);
+            runs.screenSaverDidStart(flag != booleans.end() && flag->second);
+        });
+        center.addObserver(didStopName, [this](const std::map<std::string, bool>&) { runs.screenSaverDidStop(); });
     }
 
     static SaverProcess& shared()
@@ -93,28 +94,6 @@ struct SaverProcess {
         static SaverProcess* process = new SaverProcess();
         return *process;
     }
-
-    // A serial dispatch queue at user-initiated quality of service.
-    class DispatchSerialQueue final : public SerialQueue {
-    public:
-        explicit DispatchSerialQueue(std::string label)
-            : label_(std::move(label))
-            , queue_(dispatch_queue_create(label_.c_str(), dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_SERIAL, QOS_CLASS_USER_INITIATED, 0)))
-        {
-        }
-        const std::string& label() const override { return label_; }
-        void async(std::function<void()> work) override
-        {
-            auto shared = std::make_shared<std::function<void()>>(std::move(work));
-            dispatch_async(queue_, ^{
-                (*shared)();
-            });
-        }
-
-    private:
-        std::string label_;
-        dispatch_queue_t queue_;
-    };
 };
 
 // The worlds folders: the companion application's, then the bundle's own.
@@ -123,18 +102,18 @@ std::vector<WorldsFolder> worldsFolders(NSBundle* bundle)
     std::vector<WorldsFolder> folders;
     NSURL* app = [[NSWorkspace sharedWorkspace] URLForApplicationWithBundleIdentifier:@"app.hushmeadows"];
     if (!app) {
-        NSURL* guess = [NSURL fileURLWithPath:@"/Applications/Hushmeadows.app"];
+        NSURL* guess = [NSURL fileURLWithPath:@"/Applications/Hushmeadows.app" isDirectory:YES];
         if ([[NSFileManager defaultManager] fileExistsAtPath:guess.path])
             app = guess;
     }
     if (app) {
         NSURL* receipt = [app URLByAppendingPathComponent:@"Contents/_MASReceipt/receipt"];
         bool fromStore = [[NSFileManager defaultManager] fileExistsAtPath:receipt.path];
-        NSURL* worlds = [app URLByAppendingPathComponent:@"Contents/Resources/Worlds"];
-        folders.push_back({worlds.path.UTF8String, fromStore ? "appStore" : "direct"});
+        if (auto worlds = filePath([app URLByAppendingPathComponent:@"Contents/Resources/Worlds"]))
+            folders.push_back({*worlds, fromStore ? "appStore" : "direct"});
     }
-    if (bundle.resourceURL)
-        folders.push_back({[bundle.resourceURL URLByAppendingPathComponent:@"Worlds"].path.UTF8String, "fallback"});
+    if (auto resources = filePath(bundle.resourceURL))
+        folders.push_back({*resources / "Worlds", "fallback"});
     return folders;
 }
 
@@ -145,8 +124,10 @@ std::vector<WorldsFolder> worldsFolders(NSBundle* bundle)
 // The superclass's own animation calls, for the portable view.
 - (void)superStartAnimation;
 - (void)superStopAnimation;
-// The engine's will-stop notification, for the portable view.
-- (void)screenSaverWillStop;
+// For inspection and the bundle's test harness: the process's live instances
+// and observers, and one instance's diagnostics.
++ (NSDictionary<NSString*, NSNumber*>*)hushmeadowsProcessDiagnostics;
+- (NSDictionary<NSString*, id>*)hushmeadowsDiagnostics;
 @end
 
 namespace hushmeadows {
@@ -155,7 +136,7 @@ namespace {
 // The superclass and the window system, as the portable view sees them.
 class ViewHost final : public ScreenSaverHost {
 public:
-    explicit ViewHost(HMPrincipalView* view) : view_(view) {}
+    ViewHost(HMPrincipalView* view, AppleWorkspaceEvents& workspace) : view_(view), workspace_(workspace) {}
 
     bool isPreview() const override { return view_.isPreview; }
     Size bounds() const override { return {view_.bounds.size.width, view_.bounds.size.height}; }
@@ -184,45 +165,182 @@ public:
     void setAnimationTimeInterval(double seconds) override { view_.animationTimeInterval = seconds; }
     void makeBackingLayerBlack() override
     {
-        view_.wantsLayer = YES;
-        view_.layer.backgroundColor = NSColor.blackColor.CGColor;
+        HMPrincipalView* view = view_;
+        view.wantsLayer = YES;
+        view.layer.backgroundColor = NSColor.blackColor.CGColor;
     }
-    void addSceneView(SceneView&) override { surface_->attach((__bridge void*)view_.layer); }
-    void removeSceneView(SceneView&) override { surface_->detach(); }
+    // The surface went onto the view's layer when it was made; a new scene
+    // view starts with every reason to hold still that holds now.
+    void addSceneView(SceneView& scene) override
+    {
+        for (Suspension reason : {Suspension::noWindow, Suspension::systemSleep, Suspension::displaySleep, Suspension::occluded})
+            scene.setSuspended(reason, holds(reason));
+    }
+    void removeSceneView(SceneView&) override {}
 
-    LayerSceneSurface& surface() { return *surface_; }
+    bool holds(Suspension reason) const
+    {
+        NSWindow* window = view_.window;
+        switch (reason) {
+        case Suspension::noWindow: return window == nil;
+        case Suspension::occluded: {
+            // Only a window once seen visible counts as covered: a host that
+            // shows the window's contents elsewhere may never report it
+            // visible, and the picture must not hold still for that.
+            bool visible = window != nil && (window.occlusionState & NSWindowOcclusionStateVisible) != 0;
+            seenVisible_ = seenVisible_ || visible;
+            return window != nil && seenVisible_ && !visible;
+        }
+        case Suspension::systemSleep:
+        case Suspension::displaySleep: return workspace_.holds(reason);
+        }
+        return false;
+    }
+
+    // A new window has not been seen yet.
+    void windowChanged() { seenVisible_ = false; }
 
 private:
     static Rect rect(NSRect r) { return Rect{{r.origin.x, r.origin.y}, {r.size.width, r.size.height}}; }
 
     __weak HMPrincipalView* view_;
-    std::unique_ptr<LayerSceneSurface> surface_ = std::make_unique<LayerSceneSurface>();
+    AppleWorkspaceEvents& workspace_;
+    mutable bool seenVisible_ = false;
 };
 
-// One scene view per saver view, drawn on that view's layers.
-class ViewSceneFactory final : public SceneViewFactory {
-public:
-    explicit ViewSceneFactory(ViewHost& host) : host_(host) {}
-    std::unique_ptr<SceneView> makeSceneView(Size) override
+// The C++ side of one view. Destroyed on the main thread only; the core goes
+// first (it cuts the sound and drops the picture), the run loop its picture
+// ran on last. Nothing here waits for a load: the video source's queue is
+// detached, and what its work still holds it owns (or holds weakly).
+struct ViewParts {
+    SaverRuns::Instance instance = 0;
+    std::unique_ptr<ViewHost> host;
+    std::unique_ptr<DisplayLinkRunLoop> frameLoop;
+    std::unique_ptr<PixelSceneViewFactory> scenes;
+    std::unique_ptr<SaverServices> services;
+    std::unique_ptr<HushmeadowsScreenSaverView> core;
+    // Held while the view takes part in a run.
+    std::optional<AppleWorkspaceEvents::Token> suspensions;
+    std::unique_ptr<ScopedObserver> occlusion;
+
+    ~ViewParts()
     {
-        return std::make_unique<PixelSceneView>(host_.surface(), PosterStore::shared());
+        stopObserving();
+        core.reset();
     }
-    int liveSceneViews() const override { return PixelSceneView::liveCount(); }
-    int liveVideoSources() const override { return 0; }
 
-private:
-    ViewHost& host_;
+    void stopObserving()
+    {
+        if (suspensions)
+            SaverProcess::shared().workspace.removeSuspensionObserver(*suspensions);
+        suspensions.reset();
+        occlusion.reset();
+    }
+
+    void forward(Suspension reason, bool suspended)
+    {
+        if (SceneView* scene = core ? core->sceneView() : nullptr)
+            scene->setSuspended(reason, suspended);
+    }
+
+    // The window's occlusion, for the window the view is in now.
+    void observeWindow(NSWindow* window)
+    {
+        occlusion.reset();
+        host->windowChanged();
+        forward(Suspension::noWindow, window == nil);
+        if (!window)
+            return;
+        forward(Suspension::occluded, host->holds(Suspension::occluded));
+        ViewParts* parts = this;
+        // Posted on the main thread, and handled there at once.
+        occlusion = std::make_unique<ScopedObserver>([NSNotificationCenter defaultCenter], NSWindowDidChangeOcclusionStateNotification, window,
+                                                     nil, ^(NSNotification* note) {
+                                                         (void)note;
+                                                         exceptionBarrier("occlusion", [parts] {
+                                                             parts->forward(Suspension::occluded, parts->host->holds(Suspension::occluded));
+                                                         });
+                                                     });
+    }
 };
+
+std::unique_ptr<ViewParts> makeParts(HMPrincipalView* view)
+{
+    SaverProcess& process = SaverProcess::shared();
+    auto parts = std::make_unique<ViewParts>();
+    parts->instance = process.nextInstance++;
+    parts->host = std::make_unique<ViewHost>(view, process.workspace);
+    parts->frameLoop = std::make_unique<DisplayLinkRunLoop>(process.mainLoop, (__bridge void*)view);
+    __weak HMPrincipalView* weakView = view;
+    DisplayLinkRunLoop& frameLoop = *parts->frameLoop;
+    parts->scenes = std::make_unique<PixelSceneViewFactory>(
+        [weakView](Size) {
+            auto surface = std::make_unique<LayerSceneSurface>();
+            HMPrincipalView* strongView = weakView;
+            if (strongView.layer)
+                surface->attach((__bridge void*)strongView.layer);
+            return surface;
+        },
+        PosterStore::shared(), frameLoop,
+        // The source's loads may outlive the view: the view's teardown
+        // leaves them to finish on the detached queue, so they report
+        // through the process's main loop, never the view's own.
+        [mainLoop = &process.mainLoop](const std::vector<std::filesystem::path>& urls) {
+            return std::make_unique<LoopingVideoSource>(urls, *mainLoop,
+                                                        std::make_unique<AppleSerialQueue>(LoopingVideoSource::queueLabel),
+                                                        &AppleVideoFile::open);
+        });
+
+    NSBundle* bundle = [NSBundle bundleForClass:[view class]];
+    auto infoText = [bundle](NSString* key) -> std::optional<std::string> {
+        id value = bundle.infoDictionary[key];
+        if ([value isKindOfClass:[NSString class]])
+            return utf8Text((NSString*)value);
+        return std::nullopt;
+    };
+    auto folders = worldsFolders(bundle);
+    parts->services = std::make_unique<SaverServices>(SaverServices{
+        .mainLoop = process.mainLoop,
+        .distributedCenter = process.center,
+        .session = process.session,
+        .audio = process.audio->arbiter(),
+        .scenes = *parts->scenes,
+        .activation = process.runs.activation(),
+        .loadSettings = [] { return SettingsStore(SettingsStore::sharedFileURL()).load(); },
+        .chooseWorld = [folders](const HushmeadowsSettings& settings) { return chooseWorld(settings, folders, SaverProcess::shared().media); },
+        .shortVersion = infoText(@"CFBundleShortVersionString"),
+        .buildVersion = infoText(@"CFBundleVersion"),
+        .randomNumber = [] { return static_cast<std::uint32_t>(std::random_device{}()); },
+        .now = [] { return std::chrono::system_clock::now(); },
+        .calendar = Calendar::current(),
+    });
+    parts->core = std::make_unique<HushmeadowsScreenSaverView>(*parts->host, *parts->services);
+    return parts;
+}
+
+NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsScreenSaverView::DiagnosticValue>& values)
+{
+    NSMutableDictionary<NSString*, id>* result = [NSMutableDictionary dictionary];
+    for (const auto& [key, value] : values) {
+        id object = std::visit(
+            [](const auto& v) -> id {
+                using V = std::decay_t<decltype(v)>;
+                if constexpr (std::is_same_v<V, std::string>)
+                    return nsText(v);
+                else
+                    return @(v);
+            },
+            value);
+        result[nsText(key)] = object;
+    }
+    return result;
+}
 
 } // namespace
 } // namespace hushmeadows
 
 @implementation HushmeadowsScreenSaverView {
-    std::unique_ptr<hushmeadows::ViewHost> _host;
-    std::unique_ptr<hushmeadows::ViewSceneFactory> _scenes;
-    std::unique_ptr<hushmeadows::SaverServices> _services;
-    std::unique_ptr<hushmeadows::HushmeadowsScreenSaverView> _core;
-    std::optional<hushmeadows::AppleDistributedCenter::Token> _stopObserver;
+    std::unique_ptr<hushmeadows::ViewParts> _parts;
 }
 
 - (instancetype)initWithFrame:(NSRect)frame isPreview:(BOOL)isPreview
@@ -230,92 +348,144 @@ private:
     self = [super initWithFrame:frame isPreview:isPreview];
     if (!self)
         return nil;
-    hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
-    _host = std::make_unique<hushmeadows::ViewHost>(self);
-    _scenes = std::make_unique<hushmeadows::ViewSceneFactory>(*_host);
-    NSBundle* bundle = [NSBundle bundleForClass:[self class]];
-    auto infoText = [bundle](NSString* key) -> std::optional<std::string> {
-        id value = bundle.infoDictionary[key];
-        if ([value isKindOfClass:[NSString class]])
-            return std::string(((NSString*)value).UTF8String);
-        return std::nullopt;
-    };
-    auto folders = hushmeadows::worldsFolders(bundle);
-    _services = std::make_unique<hushmeadows::SaverServices>(hushmeadows::SaverServices{
-        .mainLoop = process.mainLoop,
-        .distributedCenter = process.center,
-        .session = process.session,
-        .audio = process.audio,
-        .scenes = *_scenes,
-        .activation = process.activation,
-        .loadSettings = [] { return hushmeadows::SettingsStore(hushmeadows::SettingsStore::sharedFileURL()).load(); },
-        .chooseWorld =
-            [folders](const hushmeadows::HushmeadowsSettings& settings) {
-                return hushmeadows::chooseWorld(settings, folders, hushmeadows::SaverProcess::shared().media);
-            },
-        .shortVersion = infoText(@"CFBundleShortVersionString"),
-        .buildVersion = infoText(@"CFBundleVersion"),
-        .randomNumber = [] { return static_cast<std::uint32_t>(std::random_device{}()); },
-        .now = [] { return std::chrono::system_clock::now(); },
-        .calendar = hushmeadows::Calendar::current(),
-    });
-    _core = std::make_unique<hushmeadows::HushmeadowsScreenSaverView>(*_host, *_services);
-    // Each view hears the engine's will-stop itself and passes it to its core.
-    __weak HMPrincipalView* weakSelf = self;
-    _stopObserver = process.center.addObserver(hushmeadows::willStopName, [weakSelf](const std::map<std::string, bool>&) {
-        HMPrincipalView* strongSelf = weakSelf;
-        if (strongSelf)
-            [strongSelf screenSaverWillStop];
-    });
+    // Layers only: no backing bitmap of the view's size is ever drawn.
+    self.wantsLayer = YES;
+    self.layerContentsRedrawPolicy = NSViewLayerContentsRedrawNever;
+    if (!hushmeadows::exceptionBarrier("init", [&] { _parts = hushmeadows::makeParts(self); }))
+        _parts.reset();
+    [self joinRun];
     return self;
 }
 
 - (instancetype)initWithCoder:(NSCoder*)coder
 {
+    self = [super initWithCoder:coder];
     HM_PRECONDITION(false, "init(coder:) is not supported");
     return nil;
 }
 
-- (void)dealloc
+// Takes part in the current run: the run's will-stop reaches this view, and
+// the workspace's sleep and the window's occlusion hold its picture still.
+- (void)joinRun
 {
-    if (_stopObserver)
-        hushmeadows::SaverProcess::shared().center.removeObserver(*_stopObserver);
-    // The core releases the sound at once.
-    _core.reset();
+    if (!_parts)
+        return;
+    hushmeadows::ViewParts* parts = _parts.get();
+    __weak HMPrincipalView* weakSelf = self;
+    NSWindow* window = self.window;
+    hushmeadows::exceptionBarrier("joinRun", [parts, weakSelf, window] {
+        hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
+        process.runs.join(parts->instance, [weakSelf] {
+            HMPrincipalView* strongSelf = weakSelf;
+            [strongSelf leaveRunWithWillStop];
+        });
+        if (!parts->suspensions) {
+            parts->suspensions = process.workspace.observeSuspensions([parts](hushmeadows::Suspension reason, bool suspended) {
+                parts->forward(reason, suspended);
+            });
+        }
+        if (!parts->occlusion)
+            parts->observeWindow(window);
+    });
 }
 
-- (void)screenSaverWillStop
+// The run ended: picture and sound go, and so do this view's observers, so
+// that views the host keeps after the run hold nothing.
+- (void)leaveRunWithWillStop
 {
-    if (_core)
-        _core->screenSaverWillStop();
+    hushmeadows::exceptionBarrier("willstop", [&] {
+        if (!_parts)
+            return;
+        _parts->core->screenSaverWillStop();
+        _parts->stopObserving();
+    });
+}
+
+- (void)dealloc
+{
+    auto parts = std::move(_parts);
+    if (!parts)
+        return;
+    if ([NSThread isMainThread]) {
+        hushmeadows::SaverProcess::shared().runs.leave(parts->instance);
+        hushmeadows::exceptionBarrier("dealloc", [&] { parts.reset(); });
+        return;
+    }
+    // The core and its layers belong to the main thread.
+    hushmeadows::ViewParts* raw = parts.release();
+    dispatch_async(dispatch_get_main_queue(), ^{
+        std::unique_ptr<hushmeadows::ViewParts> owned(raw);
+        hushmeadows::SaverProcess::shared().runs.leave(owned->instance);
+        hushmeadows::exceptionBarrier("dealloc", [&owned] { owned.reset(); });
+    });
 }
 
 - (void)startAnimation
 {
-    _core->startAnimation();
+    if (!_parts) {
+        [super startAnimation];
+        return;
+    }
+    hushmeadows::exceptionBarrier("startAnimation", [&] {
+        // A view kept from an earlier run joins this one again.
+        if (!hushmeadows::SaverProcess::shared().runs.isLive(_parts->instance))
+            [self joinRun];
+        _parts->core->startAnimation();
+    });
 }
 
 - (void)stopAnimation
 {
-    _core->stopAnimation();
+    if (!_parts) {
+        [super stopAnimation];
+        return;
+    }
+    hushmeadows::exceptionBarrier("stopAnimation", [&] { _parts->core->stopAnimation(); });
 }
 
 - (void)animateOneFrame
 {
-    _core->animateOneFrame();
+    hushmeadows::exceptionBarrier("animateOneFrame", [&] {
+        if (_parts)
+            _parts->core->animateOneFrame();
+    });
 }
 
 - (void)viewDidMoveToWindow
 {
     [super viewDidMoveToWindow];
-    _core->viewDidMoveToWindow();
+    hushmeadows::exceptionBarrier("viewDidMoveToWindow", [&] {
+        if (!_parts)
+            return;
+        _parts->core->viewDidMoveToWindow();
+        if (hushmeadows::SaverProcess::shared().runs.isLive(_parts->instance))
+            _parts->observeWindow(self.window);
+    });
 }
 
 - (void)setFrameSize:(NSSize)newSize
 {
     [super setFrameSize:newSize];
-    if (hushmeadows::SceneView* scene = _core ? _core->sceneView() : nullptr)
-        scene->layout();
+    hushmeadows::exceptionBarrier("setFrameSize", [&] {
+        if (hushmeadows::SceneView* scene = _parts ? _parts->core->sceneView() : nullptr)
+            scene->layout();
+    });
+}
+
+// Nothing is drawn into the view itself: its layer's black background and
+// the scene's sublayers are all there is.
+- (BOOL)wantsUpdateLayer
+{
+    return YES;
+}
+
+- (void)updateLayer
+{
+}
+
+- (BOOL)isOpaque
+{
+    return YES;
 }
 
 - (BOOL)hasConfigureSheet
@@ -336,6 +506,31 @@ private:
 - (void)superStopAnimation
 {
     [super stopAnimation];
+}
+
++ (NSDictionary<NSString*, NSNumber*>*)hushmeadowsProcessDiagnostics
+{
+    NSDictionary<NSString*, NSNumber*>* result = @{};
+    hushmeadows::exceptionBarrier("process diagnostics", [&result] {
+        hushmeadows::SaverProcess& process = hushmeadows::SaverProcess::shared();
+        result = @{
+            @"liveInstances" : @(process.runs.liveCount()),
+            @"observers" : @(hushmeadows::ScopedObserver::liveCount()),
+            @"liveSceneViews" : @(hushmeadows::PixelSceneView::liveCount()),
+            @"liveVideoSources" : @(hushmeadows::LoopingVideoSource::liveCount()),
+        };
+    });
+    return result;
+}
+
+- (NSDictionary<NSString*, id>*)hushmeadowsDiagnostics
+{
+    NSDictionary<NSString*, id>* result = @{};
+    hushmeadows::exceptionBarrier("diagnostics", [&] {
+        if (_parts)
+            result = hushmeadows::dictionary(_parts->core->hushmeadowsDiagnostics());
+    });
+    return result;
 }
 
 @end

@@ -3,12 +3,16 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include <algorithm>
+
 namespace hushmeadows {
 
 namespace {
 
-// A CGImage over the core's pixels; the image stays alive as long as the
-// CGImage does.
+// A CGImage over the core's own pixels, never a copy of them: a video frame
+// keeps the one copy the decoder made. The provider holds a reference to the
+// (pooled) image and drops it when Core Animation lets go of the CGImage;
+// only then can the pool reuse the buffer.
 CGImageRef makeCGImage(std::shared_ptr<const Image> image)
 {
     auto* keeper = new std::shared_ptr<const Image>(std::move(image));
@@ -16,11 +20,18 @@ CGImageRef makeCGImage(std::shared_ptr<const Image> image)
     CGDataProviderRef provider = CGDataProviderCreateWithData(keeper, pixels.pixels.data(), pixels.byteCost(), [](void* info, const void*, size_t) {
         delete static_cast<std::shared_ptr<const Image>*>(info);
     });
+    if (!provider) {
+        delete keeper;
+        return nullptr;
+    }
     CGColorSpaceRef space = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
-    CGBitmapInfo bitmapInfo = pixels.format == PixelFormat::bgra8 ? (kCGImageAlphaPremultipliedFirst | kCGBitmapByteOrder32Little)
-                                                                  : (kCGImageAlphaNoneSkipLast | kCGBitmapByteOrder32Big);
-    CGImageRef result = CGImageCreate(pixels.width, pixels.height, 8, 32, pixels.bytesPerRow, space, bitmapInfo, provider, nullptr, true,
-                                      kCGRenderingIntentDefault);
+    // Video frames are opaque: alpha skipped, so nothing is blended.
+    CGBitmapInfo alpha = pixels.format == PixelFormat::bgra8
+        ? (CGBitmapInfo)(pixels.opaque ? kCGImageAlphaNoneSkipFirst : kCGImageAlphaPremultipliedFirst)
+        : (CGBitmapInfo)kCGImageAlphaNoneSkipLast;
+    CGBitmapInfo bitmapInfo = alpha | (pixels.format == PixelFormat::bgra8 ? kCGBitmapByteOrder32Little : kCGBitmapByteOrder32Big);
+    CGImageRef result = CGImageCreate(static_cast<size_t>(pixels.width), static_cast<size_t>(pixels.height), 8, 32, pixels.bytesPerRow, space,
+                                      bitmapInfo, provider, nullptr, true, kCGRenderingIntentDefault);
     CGColorSpaceRelease(space);
     CGDataProviderRelease(provider);
     return result;

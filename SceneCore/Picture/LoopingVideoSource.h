@@ -99,7 +99,9 @@ private:
     std::shared_ptr<Pipeline> pipeline_;
     // Lets loads that finish after the source has gone find it gone.
     std::shared_ptr<LoopingVideoSource*> self_;
-    // Last: destroyed first, so queued work ends before the rest goes.
+    // Last: destroyed first. Queued work holds the pipeline and this source
+    // weakly, so a queue that lets it finish later is safe too, as long as
+    // the run loop given outlives that work.
     std::unique_ptr<SerialQueue> decodeQueue_;
 };
 

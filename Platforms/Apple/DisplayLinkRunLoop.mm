@@ -1,0 +1,66 @@
+#import "Platforms/Apple/DisplayLinkRunLoop.h"
+#import "Platforms/Apple/HMBlockTarget.h"
+
+#import <AppKit/AppKit.h>
+#import <QuartzCore/QuartzCore.h>
+
+#include "Platforms/Apple/ExceptionBarrier.h"
+
+#include <algorithm>
+
+namespace hushmeadows {
+
+namespace {
+
+struct LinkToken final : Cancellable {
+    CADisplayLink* __strong link = nil;
+    bool cancelled = false;
+    void cancel() override
+    {
+        cancelled = true;
+        [link invalidate];
+        link = nil;
+    }
+    bool isCancelled() const override { return cancelled; }
+    ~LinkToken() override { [link invalidate]; }
+};
+
+} // namespace
+
+struct DisplayLinkRunLoop::View {
+    __weak NSView* view = nil;
+};
+
+DisplayLinkRunLoop::DisplayLinkRunLoop(RunLoop& mainLoop, void* view)
+    : mainLoop_(mainLoop)
+    , view_(std::make_unique<View>())
+{
+    view_->view = (__bridge NSView*)view;
+}
+
+DisplayLinkRunLoop::~DisplayLinkRunLoop() = default;
+
+std::shared_ptr<Cancellable> DisplayLinkRunLoop::scheduleRepeating(double interval, std::function<void()> work)
+{
+    NSView* view = view_->view;
+    if (!view || !(interval > 0))
+        return mainLoop_.scheduleRepeating(interval, std::move(work));
+    auto token = std::make_shared<LinkToken>();
+    auto shared = std::make_shared<std::function<void()>>(std::move(work));
+    std::weak_ptr<LinkToken> weak = token;
+    HMBlockTarget* proxy = [HMBlockTarget new];
+    proxy.action = ^{
+        auto alive = weak.lock();
+        if (alive && !alive->isCancelled())
+            exceptionBarrier("display link", *shared);
+    };
+    CADisplayLink* link = [view displayLinkWithTarget:proxy selector:@selector(fire:)];
+    // At most the rate asked for; the display may give less.
+    const float rate = static_cast<float>(std::min(1.0 / interval, 240.0));
+    link.preferredFrameRateRange = CAFrameRateRangeMake(rate / 2, rate, rate);
+    [link addToRunLoop:[NSRunLoop mainRunLoop] forMode:NSRunLoopCommonModes];
+    token->link = link;
+    return token;
+}
+
+} // namespace hushmeadows
