@@ -27,23 +27,15 @@ AmbientAudioEngine::Services LockstepAudio::services(AudioFileOpener open, Ambie
     };
 }
 
-StereoSignal LockstepAudio::render(AmbientAudioEngine& engine)
-{
-    if (auto rendered = engine.renderOffline(stepFrames, *scratch_); !rendered)
-        throw std::runtime_error("offline rendering failed: " + rendered.error());
-    StereoSignal signal;
-    signal.append(*scratch_);
-    return signal;
-}
-
-StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count)
+StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count, bool advance)
 {
     StereoSignal all;
     for (int i = 0; i < count; ++i) {
-        StereoSignal one = render(engine);
-        all.left.insert(all.left.end(), one.left.begin(), one.left.end());
-        all.right.insert(all.right.end(), one.right.begin(), one.right.end());
-        loop.advance(step);
+        if (auto rendered = engine.renderOffline(stepFrames, *scratch_); !rendered)
+            throw std::runtime_error("offline rendering failed: " + rendered.error());
+        all.append(*scratch_);
+        if (advance)
+            loop.advance(step);
     }
     return all;
 }

@@ -30,11 +30,12 @@ public:
     AmbientAudioEngine::Services services(AudioFileOpener open, AmbientAudioEngine::BackgroundRunner background = {});
     // The engine whose master level the recording sleep reads.
     void watch(const AmbientAudioEngine* engine) { watched_ = engine; }
-    // One quantum of stepFrames frames.
-    StereoSignal render(AmbientAudioEngine& engine);
-    // `count` quanta, each followed by the loop advanced by its length.
-    StereoSignal renderSteps(AmbientAudioEngine& engine, int count);
+    // `count` quanta of stepFrames frames, each followed by the loop advanced
+    // by its length unless `advance` is false.
+    StereoSignal renderSteps(AmbientAudioEngine& engine, int count, bool advance = true);
     StereoSignal renderStep(AmbientAudioEngine& engine) { return renderSteps(engine, 1); }
+    // One quantum, with the loop left where it is.
+    StereoSignal render(AmbientAudioEngine& engine) { return renderSteps(engine, 1, false); }
 
 private:
     const AmbientAudioEngine* watched_ = nullptr;
