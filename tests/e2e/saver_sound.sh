@@ -22,21 +22,15 @@ cleanup() {
 }
 trap cleanup EXIT
 
-display=""
-for n in $(seq 71 89); do
-  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-[ -n "$display" ] || fail "no free display"
-Xvfb "$display" -screen 0 640x360x24 -nolisten tcp -noreset > /dev/null 2>&1 &
-pids+=($!)
-export DISPLAY=$display
+. "$here/../../tools/xvfb.sh"
+start_xvfb 71 89 640x360 || fail "no free display"
+pids+=("$xvfb_pid")
 
 pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
   --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 \
   || { cat pulse.log; fail "pulseaudio did not start"; }
 for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
 pactl set-default-sink ci_null
-for _ in $(seq 50); do xdpyinfo > /dev/null 2>&1 && break; sleep 0.1; done
 
 "$program" settings set screenSaverAudioEnabled true > /dev/null
 

@@ -19,6 +19,7 @@ struct StereoSignal {
     std::vector<float> left;
     std::vector<float> right;
     std::size_t size() const { return left.size(); }
+    bool isSilent() const;
     void append(const PCMBuffer& buffer);
 };
 
