@@ -99,12 +99,18 @@ protected:
     std::unique_ptr<AmbientAudioEngine> engine;
 };
 
-TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAtTheirLevels)
+// Every frame of each layer tells where it is: the layers loop without a gap
+// at their levels, and start over when the output device changes.
+TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndRestartWhenTheDeviceChanges)
 {
     ramp("music.wav", 1000);
     testing::writeFloatWav(dir / "ambience.wav", 48000, 2, 700,
                            [](std::int64_t i, int c) { return c == 1 ? -static_cast<float>(i + 1) / 700.0f : 0.0f; });
-    auto& engine = make();
+    auto output = std::make_shared<testing::ManualOutput>();
+    auto services = sound.services(&FFmpegAudioFile::open);
+    services.offlineFormat.reset();
+    services.makeOutput = [&] { return output; };
+    auto& engine = make(std::move(services));
     engine.setMusicVolume(0.5f);
     engine.setAmbienceVolume(0.25f);
     engine.start(makeWorld(dir.path(), "meadow", "music.wav", "ambience.wav"), 0);
@@ -112,21 +118,39 @@ TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAtTheirLevels)
     sound.loop.runPending();
     ASSERT_EQ(engine.state(), State::playing);
     EXPECT_TRUE(contains(logs.lines("audio"), "Sound started: meadow"));
+    auto expectLooping = [&](std::size_t frames) {
+        auto heard = output->pull(static_cast<int>(frames));
+        for (std::size_t j = 0; j < frames; ++j) {
+            ASSERT_EQ(heard[2 * j], static_cast<float>(j % 1000 + 1) / 1000.0f * 0.5f) << "frame " << j;
+            ASSERT_EQ(heard[2 * j + 1], -static_cast<float>(j % 700 + 1) / 700.0f * 0.25f) << "frame " << j;
+        }
+    };
+    expectLooping(3200); // across the music's loop point three times and the ambience's four times
 
-    // Four quanta cross the music's loop point three times and the ambience's four times.
-    StereoSignal out = sound.renderSteps(engine, 4);
-    for (std::size_t j = 0; j < out.size(); ++j) {
-        ASSERT_EQ(out.left[j], static_cast<float>(j % 1000 + 1) / 1000.0f * 0.5f) << "frame " << j;
-        ASSERT_EQ(out.right[j], -static_cast<float>(j % 700 + 1) / 700.0f * 0.25f) << "frame " << j;
-    }
+    output->changed(); // the device went away and came back
+    sound.loop.runPending();
+    EXPECT_TRUE(contains(logs.lines("audio"), "Audio configuration changed; restarting engine"));
+    EXPECT_EQ(output->starts, 2);
+    EXPECT_EQ(engine.state(), State::playing);
+    expectLooping(1200);
 }
 
-TEST_F(AmbientAudioEngineTest, MasterFadesFollowSmoothstepOverExactlyTheirLength)
+// The master's fades follow smoothstep over exactly their length and move the
+// gain a little every sample: on a steady level no two neighbours differ by
+// more than the smoothstep's steepest slope allows, so no step is heard.
+TEST_F(AmbientAudioEngineTest, MasterFadesFollowSmoothstepOverExactlyTheirLengthWithoutZipper)
 {
     constant("music.wav", 0.5f, 0.5f);
     auto& engine = make(); // music level 0.5: the layer gives 0.25 at full master
     auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
     int enginesBefore = AmbientAudioEngine::activeEngineCount();
+    const float level = 0.25f;
+    auto expectSmooth = [&](const StereoSignal& heard, double fade, float end) {
+        double bound = level * 1.5 / (fade * LockstepAudio::sampleRate) * 1.001;
+        for (std::size_t j = 1; j < heard.size(); ++j)
+            ASSERT_LE(std::abs(heard.left[j] - heard.left[j - 1]), bound) << "frame " << j << " of a " << fade << " s fade";
+        EXPECT_EQ(heard.left.back(), end);
+    };
 
     startAndLoad(world, world.musicURL(), 1.5);
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore + 1);
@@ -134,19 +158,24 @@ TEST_F(AmbientAudioEngineTest, MasterFadesFollowSmoothstepOverExactlyTheirLength
     for (int k = 1; k <= 90; ++k) {
         float heard = engine.masterGain();
         ASSERT_NEAR(heard, smoothstep(k / 90.0), 1e-6) << "step " << k;
-        ASSERT_EQ(sound.renderStep(engine).left.back(), 0.25f * heard) << "step " << k;
+        ASSERT_EQ(sound.renderStep(engine).left.back(), level * heard) << "step " << k;
     }
-    EXPECT_EQ(engine.masterGain(), 1.0f);
+
+    engine.setIsMuted(true);
+    expectSmooth(sound.renderSteps(engine, 24), AmbientAudioEngine::muteFade, 0.0f);
+    EXPECT_FALSE(engine.isEngineRunning()) << "a finished mute pauses";
+    engine.setIsMuted(false);
+    expectSmooth(sound.renderSteps(engine, 43), 0.7, level); // coming back takes twice as long
 
     int completions = 0;
-    engine.stop(0.5, [&] { ++completions; });
+    engine.stop(0.8, [&] { ++completions; });
     EXPECT_EQ(engine.state(), State::stopping);
-    for (int k = 1; k <= 30; ++k) {
-        sound.renderStep(engine);
-        ASSERT_NEAR(engine.masterGain(), 1.0f - smoothstep(k / 30.0), 1e-6) << "step " << k;
-    }
+    StereoSignal release = sound.renderSteps(engine, 48);
     EXPECT_EQ(completions, 0);
-    sound.renderSteps(engine, AmbientAudioEngine::fadeSettleTicks);
+    release.append(sound.renderSteps(engine, AmbientAudioEngine::fadeSettleTicks + 1));
+    expectSmooth(release, 0.8, 0.0f);
+    for (int k = 1; k <= 48; ++k) // each quantum ends on the level of its step
+        ASSERT_NEAR(release.left[(k + 1) * LockstepAudio::stepFrames - 1], level * (1 - smoothstep(k / 48.0)), 1e-6) << "step " << k;
     EXPECT_EQ(completions, 1);
     EXPECT_EQ(engine.state(), State::idle);
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
@@ -226,37 +255,6 @@ TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLa
     EXPECT_FLOAT_EQ(block.right.back(), 0.5f * 0.7f);
 }
 
-// The mute's 0.35 s fade and the release's 0.8 s fade move the gain a little
-// every sample: on a steady level no two neighbours differ by more than the
-// smoothstep's steepest slope allows, so no step is heard.
-TEST_F(AmbientAudioEngineTest, MuteAndReleaseFadesHaveNoZipper)
-{
-    constant("music.wav", 0.5f, 0.5f);
-    auto& engine = make();
-    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
-    startAndLoad(world, world.musicURL(), 0);
-    sound.renderSteps(engine, 2);
-    const float level = 0.25f;
-    auto expectSmooth = [&](const StereoSignal& heard, double fade) {
-        double bound = level * 1.5 / (fade * LockstepAudio::sampleRate) * 1.001;
-        for (std::size_t j = 1; j < heard.size(); ++j)
-            ASSERT_LE(std::abs(heard.left[j] - heard.left[j - 1]), bound) << "frame " << j << " of a " << fade << " s fade";
-        EXPECT_EQ(heard.left.back(), 0.0f);
-    };
-
-    engine.setIsMuted(true);
-    StereoSignal muting = sound.renderSteps(engine, 24);
-    expectSmooth(muting, AmbientAudioEngine::muteFade);
-    EXPECT_FALSE(engine.isEngineRunning()) << "a finished mute pauses";
-
-    engine.setIsMuted(false);
-    sound.renderSteps(engine, 43);
-    EXPECT_FLOAT_EQ(sound.render(engine).left.back(), level) << "coming back takes 0.7 s";
-    engine.stop(0.8);
-    expectSmooth(sound.renderSteps(engine, 51), 0.8);
-    EXPECT_EQ(engine.state(), State::idle);
-}
-
 TEST_F(AmbientAudioEngineTest, SilenceNowStepsDownWhileBlockingAndStopImmediatelyCutsAtOnce)
 {
     constant("music.wav", 0.5f, 0.5f);
@@ -281,29 +279,6 @@ TEST_F(AmbientAudioEngineTest, SilenceNowStepsDownWhileBlockingAndStopImmediatel
     EXPECT_TRUE(sound.renderSteps(engine, 240).isSilent()); // the fade-in's timer is gone too
     EXPECT_EQ(sound.loop.pendingCount(), 0u);
     EXPECT_TRUE(contains(logs.lines("audio"), "Sound stopped"));
-}
-
-TEST_F(AmbientAudioEngineTest, AConfigurationChangeRestartsTheLayers)
-{
-    ramp("music.wav", 1000);
-    auto output = std::make_shared<testing::ManualOutput>();
-    auto services = sound.services(&FFmpegAudioFile::open);
-    services.offlineFormat.reset();
-    services.makeOutput = [&] { return output; };
-    auto& engine = make(std::move(services));
-    engine.setMusicVolume(1);
-    auto world = makeWorld(dir.path(), "meadow", "music.wav", std::nullopt);
-    startAndLoad(world, world.musicURL(), 0);
-    EXPECT_EQ(output->pull(1500)[2 * 1499], 500.0f / 1000.0f);
-
-    output->changed(); // the device went away and came back
-    sound.loop.runPending();
-    EXPECT_TRUE(contains(logs.lines("audio"), "Audio configuration changed; restarting engine"));
-    EXPECT_EQ(output->starts, 2);
-    EXPECT_EQ(engine.state(), State::playing);
-    auto after = output->pull(1200);
-    for (std::size_t j = 0; j < 1200; ++j)
-        ASSERT_EQ(after[2 * j], static_cast<float>(j % 1000 + 1) / 1000.0f) << "frame " << j;
 }
 
 // A new ambience decodes while the old one plays on; a later version of the

@@ -16,6 +16,12 @@ void StereoSignal::append(const PCMBuffer& buffer)
     right.insert(right.end(), r, r + buffer.frameLength());
 }
 
+void StereoSignal::append(const StereoSignal& more)
+{
+    left.insert(left.end(), more.left.begin(), more.left.end());
+    right.insert(right.end(), more.right.begin(), more.right.end());
+}
+
 bool StereoSignal::isSilent() const
 {
     auto zero = [](float sample) { return sample == 0.0f; };

@@ -21,6 +21,7 @@ struct StereoSignal {
     std::size_t size() const { return left.size(); }
     bool isSilent() const;
     void append(const PCMBuffer& buffer);
+    void append(const StereoSignal& more);
 };
 
 // A started mixer on an offline output, pulled in quanta the way a device
