@@ -261,6 +261,8 @@ void AudioLayer::crossfade(Loaded loaded, const URL& url, double over)
 {
     if (!mixer_)
         return;
+    if (progress_ >= 1)
+        finishCrossfade(); // one that arrived and waits for its last ramp
     // A crossfade under way is folded into the outgoing shares, so that nothing jumps.
     float keep = 1;
     if (progress_ < 1) {
@@ -296,6 +298,7 @@ void AudioLayer::crossfade(Loaded loaded, const URL& url, double over)
     }
     fadeStart_ = session_.mainLoop.mediaTime();
     fadeLength_ = over;
+    settledTicks_ = 0;
     fadeTimer_ = session_.mainLoop.scheduleRepeating(crossfadeInterval, [weak = std::weak_ptr<AudioLayer*>(self_)] {
         if (auto self = weak.lock())
             (*self)->step();
@@ -307,7 +310,9 @@ void AudioLayer::step()
     double p = progressAt(session_.mainLoop.mediaTime(), fadeStart_, fadeLength_);
     progress_ = static_cast<float>(p);
     applyGains();
-    if (p >= 1)
+    // The outgoing players stop a tick after arriving, once the output has
+    // rendered their last ramp down: stopped at once, they would end on a step.
+    if (p >= 1 && ++settledTicks_ > 1)
         finishCrossfade();
 }
 

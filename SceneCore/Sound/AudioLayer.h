@@ -147,6 +147,7 @@ private:
     float progress_ = 1;
     double fadeStart_ = 0;
     double fadeLength_ = 0;
+    int settledTicks_ = 0; // ticks since the progress arrived at 1
     std::shared_ptr<Cancellable> fadeTimer_;
     bool releasePosted_ = false;
     // Lets timers and decodes that outlive the layer find it gone.

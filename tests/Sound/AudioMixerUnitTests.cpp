@@ -16,30 +16,6 @@ namespace {
 using testing::makeBuffer;
 using testing::OfflineMixer;
 
-// Each gain moves as a straight ramp across the quantum after its change, to
-// land exactly on the new value: no step anywhere.
-TEST(AudioMixer, VolumeChangesRampSampleBySampleAcrossOneQuantum)
-{
-    ManualRunLoop loop;
-    constexpr std::uint32_t quantum = 512;
-    OfflineMixer offline(loop, 48000, quantum);
-    auto player = offline.mixer().addPlayer();
-    player->scheduleBuffer(makeBuffer(64, [](std::uint32_t) { return 1.0f; }), AudioPlayer::loops);
-    player->play();
-    float last = offline.render(quantum).left.back();
-    for (auto [volume, output] : {std::pair{0.5f, 1.0f}, {0.5f, 0.5f}, {1.0f, 0.0f}, {0.2f, 0.8f}}) {
-        float bound = (std::abs(volume - player->volume()) + std::abs(output - offline.mixer().outputVolume()) + 1e-6f) / quantum;
-        player->setVolume(volume);
-        offline.mixer().setOutputVolume(output);
-        for (float sample : offline.render(quantum).left) {
-            ASSERT_LE(std::abs(sample - last), bound) << "to " << volume << " × " << output;
-            last = sample;
-        }
-        EXPECT_FLOAT_EQ(last, volume * output);
-    }
-    EXPECT_TRUE(std::ranges::all_of(offline.render(quantum).left, [&](float s) { return std::abs(s - last) < 1e-6f; }));
-}
-
 // Players added, fed, turned and removed on this thread while another renders:
 // every completion runs once and (under the sanitizers) nothing races or leaks.
 TEST(AudioMixer, RendersOnItsOwnThreadWhileTheMainThreadChangesPlayers)

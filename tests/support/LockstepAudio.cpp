@@ -40,4 +40,24 @@ StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count, b
     return all;
 }
 
+WorldPackage soundWorld(const std::filesystem::path& root, const std::string& id, std::optional<std::string> music,
+                        std::optional<std::string> ambience, double musicLevel, double ambienceLevel)
+{
+    WorldManifest manifest;
+    manifest.id = id;
+    manifest.name = id;
+    manifest.visual.file = "loop.mp4";
+    if (music)
+        manifest.audio.music = WorldManifest::Track{*music, musicLevel, std::nullopt};
+    if (ambience)
+        manifest.audio.ambience = WorldManifest::Track{*ambience, ambienceLevel, std::nullopt};
+    return WorldPackage(root, manifest, {});
+}
+
+std::filesystem::path writeConstant(const std::filesystem::path& file, float left, float right)
+{
+    writeFloatWav(file, static_cast<int>(LockstepAudio::sampleRate), 2, 4800, [=](std::int64_t, int c) { return c == 0 ? left : right; });
+    return file;
+}
+
 } // namespace hushmeadows::testing

@@ -5,6 +5,8 @@
 #include "tests/support/OfflineAudio.h"
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <memory>
 #include <vector>
 
@@ -41,5 +43,11 @@ private:
     const AmbientAudioEngine* watched_ = nullptr;
     std::shared_ptr<PCMBuffer> scratch_ = PCMBuffer::make(AudioFormat{sampleRate, 2}, stepFrames);
 };
+
+// A world whose music and ambience (when named) are files under root, at the given levels.
+WorldPackage soundWorld(const std::filesystem::path& root, const std::string& id, std::optional<std::string> music,
+                        std::optional<std::string> ambience, double musicLevel = 0.5, double ambienceLevel = 0.7);
+// 0.1 s of stereo float WAV at the lockstep rate, each channel constant.
+std::filesystem::path writeConstant(const std::filesystem::path& file, float left, float right);
 
 } // namespace hushmeadows::testing
