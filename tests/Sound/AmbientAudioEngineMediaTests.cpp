@@ -31,11 +31,6 @@ bool contains(const std::vector<std::string>& lines, std::string_view text)
     return std::ranges::any_of(lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
-std::expected<std::unique_ptr<AudioFile>, std::string> openFake(std::int64_t length, std::shared_ptr<testing::FakeAudioFile::Shared> shared)
-{
-    return std::make_unique<testing::FakeAudioFile>(length, LockstepAudio::sampleRate, std::move(shared));
-}
-
 class AmbientAudioEngineTest : public ::testing::Test {
 protected:
     fs::path constant(const std::string& name, float left, float right) { return testing::writeConstant(dir / name, left, right); }
@@ -209,7 +204,7 @@ TEST_F(AmbientAudioEngineTest, MusicCrossfadesAreEqualPowerAndASecondSwitchCarri
     engine.switchMusic(quiet, 1.0);
     sound.loop.runPending();
     StereoSignal carried = sound.renderStep(engine);
-    EXPECT_EQ(std::pair(carried.left.back(), carried.right.back()), std::pair(halfway.left.back(), halfway.right.back()));
+    EXPECT_EQ(std::pair(carried.left.back(), carried.right.back()), std::pair(halfway.left.back(), halfway.right.back())) << "no jump";
     sound.renderSteps(engine, 29);
     EXPECT_NEAR(sound.render(engine).left.back(), halfway.left.back() * std::cos(crossfadeAngle(0.5)), 1e-6);
     sound.renderSteps(engine, 31);
@@ -246,14 +241,13 @@ TEST_F(AmbientAudioEngineTest, SilenceNowStepsDownWhileBlockingAndStopImmediatel
     engine.silenceNow(1.0);
     EXPECT_EQ(engine.state(), State::idle);
     EXPECT_EQ(sound.levelsWhileSleeping, (std::vector<float>{0.9f, 0.8f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f, 0.2f, 0.1f, 0.0f}));
-    EXPECT_EQ(sound.sleeps, std::vector<double>(10, 0.1));
 
     // Muted without a fade: already silent, so nothing to wait for.
     startAndLoad(world, world.musicURL(), 0);
     engine.setMuted(true, 0);
     EXPECT_FALSE(engine.isEngineRunning());
     engine.silenceNow(1.0);
-    EXPECT_EQ(sound.sleeps.size(), 10u);
+    EXPECT_EQ(sound.sleeps, std::vector<double>(10, 0.1)) << "ten steps of a tenth each, and none when already silent";
 
     startAndLoad(world, world.musicURL(), 4.0);
     sound.renderSteps(engine, 30);
@@ -358,36 +352,33 @@ TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
 
 // Whole decoding believes no header and holds no more than its limit: a file
 // one second past the limit is refused, and a one-second file whose header
-// claims 3,000,000,000 frames plays as the second it is.
-TEST_F(AmbientAudioEngineTest, WholeDecodingGrowsOnlyWithWhatDecodesUpToItsLimit)
+// claims 3,000,000,000 frames plays as the second it is. A stop cancels the
+// decode it leaves behind: the work reads nothing more.
+TEST_F(AmbientAudioEngineTest, WholeDecodingGrowsOnlyWithWhatDecodesUpToItsLimitAndAStopCancelsIt)
 {
     auto shared = std::make_shared<testing::FakeAudioFile::Shared>();
     auto limit = static_cast<std::int64_t>(AmbientAudioEngine::wholeDecodeLimit * LockstepAudio::sampleRate);
     std::int64_t length = limit + 48'000;
-    auto& engine = make(sound.services([&](const fs::path&, double) { return openFake(length, shared); }));
+    auto& engine = make(queued([&](const fs::path&, double rate) -> std::expected<std::unique_ptr<AudioFile>, std::string> {
+        return std::make_unique<testing::FakeAudioFile>(length, rate, shared);
+    }));
     engine.setAmbienceVolume(1);
-    startAndLoad(testing::soundWorld(dir.path(), "long", std::nullopt, "long.wav"), std::nullopt, 0);
+    engine.start(testing::soundWorld(dir.path(), "long", std::nullopt, "long.wav"), 0);
+    engine.stopImmediately();
+    decodeAndApply();
+    EXPECT_EQ(shared->reads, 0);
+    engine.start(testing::soundWorld(dir.path(), "long", std::nullopt, "long.wav"), 0);
+    decodeAndApply();
     EXPECT_EQ(engine.state(), State::idle);
     EXPECT_TRUE(contains(logs.lines("audio"), "Could not read long.wav: the sound is too long to hold whole"));
 
     length = 48'000;
     shared->claimedLength = 3'000'000'000;
-    startAndLoad(testing::soundWorld(dir.path(), "lying", std::nullopt, "lying.wav"), std::nullopt, 0);
+    engine.start(testing::soundWorld(dir.path(), "lying", std::nullopt, "lying.wav"), 0);
+    decodeAndApply();
     ASSERT_EQ(engine.state(), State::playing);
     StereoSignal heard = sound.renderSteps(engine, 61); // past the one second: it loops
     EXPECT_EQ(heard.left.back(), testing::FakeAudioFile::left(heard.size() - 1 - 48'000));
-}
-
-// A stop cancels the decode it leaves behind: the work reads nothing more.
-TEST_F(AmbientAudioEngineTest, AStopCancelsTheDecodeInFlight)
-{
-    auto shared = std::make_shared<testing::FakeAudioFile::Shared>();
-    auto& engine = make(queued([&](const fs::path&, double) { return openFake(60 * 48'000, shared); }));
-    engine.start(testing::soundWorld(dir.path(), "meadow", std::nullopt, "ambience.wav"), 0);
-    engine.stopImmediately();
-    decodeAndApply();
-    EXPECT_EQ(shared->reads, 0);
-    EXPECT_EQ(engine.state(), State::idle);
 }
 
 } // namespace

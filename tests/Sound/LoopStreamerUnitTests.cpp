@@ -18,8 +18,6 @@ using testing::StereoSignal;
 constexpr double rate = 1000;
 
 using testing::FakeAudioFile;
-float leftAt(std::int64_t frame) { return FakeAudioFile::left(frame); }
-float rightAt(std::int64_t frame) { return FakeAudioFile::right(frame); }
 
 class LoopStreamerTest : public ::testing::Test {
 protected:
@@ -53,8 +51,8 @@ protected:
     {
         ASSERT_GE(out.size(), expected.size());
         for (std::size_t i = 0; i < expected.size(); ++i) {
-            ASSERT_EQ(out.left[i], leftAt(expected[i])) << "output frame " << i;
-            ASSERT_EQ(out.right[i], rightAt(expected[i])) << "output frame " << i;
+            ASSERT_EQ(out.left[i], FakeAudioFile::left(expected[i])) << "output frame " << i;
+            ASSERT_EQ(out.right[i], FakeAudioFile::right(expected[i])) << "output frame " << i;
         }
     }
     // The file positions from `start` on, looping over `length`, for `count` frames.
@@ -159,7 +157,7 @@ TEST_F(LoopStreamerTest, LateCompletionsOfAStoppedRunChangeNothing)
 
     // Completions that arrive after the streamer is gone do nothing either.
     streamer.reset();
-    EXPECT_EQ(graph.render(8000).left[0], leftAt(1000));
+    EXPECT_EQ(graph.render(8000).left[0], FakeAudioFile::left(1000));
 }
 
 } // namespace

@@ -16,15 +16,9 @@ namespace fs = std::filesystem;
 using testing::LockstepAudio;
 using testing::StereoSignal;
 
-// Sleep signals raised by the test.
-class FiredPowerEvents final : public SystemPowerEvents {
-public:
+// Sleep signals, raised by the test through the handlers.
+struct FiredPowerEvents final : SystemPowerEvents {
     void observe(Handler handler) override { handlers.push_back(std::move(handler)); }
-    void fire(const std::string& name)
-    {
-        for (auto& handler : handlers)
-            handler(name);
-    }
     std::vector<Handler> handlers;
 };
 
@@ -118,7 +112,7 @@ TEST_F(SaverAudioTest, ImmediateReleasesAndSleepCutAtOnceAndAStrangersReleaseDoe
     acquire(&second);
     EXPECT_EQ(power.handlers.size(), 1u); // observed once, from the first claim on
     renderSteps(30);
-    power.fire("org.freedesktop.login1.Manager.PrepareForSleep");
+    power.handlers.front()("org.freedesktop.login1.Manager.PrepareForSleep");
     EXPECT_EQ(engine().state(), AmbientAudioEngine::State::idle);
     EXPECT_EQ(saverLines().back(), "audio stopped: org.freedesktop.login1.Manager.PrepareForSleep");
     EXPECT_EQ(saver->diagnostics(&first).clients, 2);

@@ -34,22 +34,6 @@ protected:
     std::vector<std::string> audioLines() const { return log.lines("audio"); }
 };
 
-TEST_F(StudioMusicTest, AGoodOverlayGivesTracksByPhase)
-{
-    testing::copyFile(track, overlay / "day.flac");
-    testing::copyFile(track, overlay / "main.flac");
-    writeManifest(manifest({{"day", {{"file", "day.flac"}, {"frames", 12000}, {"entryPoints", {{{"frame", 0}}, {{"frame", 6000}}, {{"frame", 99999}}}}}},
-                            {"main", {{"file", "main.flac"}}}}));
-    auto studio = load();
-    ASSERT_TRUE(studio);
-    EXPECT_TRUE(audioLines().empty());
-    EXPECT_EQ(studio->url(DayPhase::day)->filename(), "day.flac");
-    EXPECT_EQ(studio->url(DayPhase::night)->filename(), "main.flac");
-    EXPECT_EQ(studio->url(std::nullopt)->filename(), "main.flac");
-    EXPECT_EQ(studio->entryPoints.at(*studio->url(DayPhase::day)), (std::vector<std::int64_t>{0, 6000}));
-    EXPECT_EQ(StudioMusic::overlayRoot(worlds), dir / "StudioMusic");
-}
-
 TEST_F(StudioMusicTest, EachRefusalSaysWhy)
 {
     testing::copyFile(track, overlay / "main.flac");
@@ -96,13 +80,18 @@ WorldPackage worldWithMusic(const fs::path& root, std::optional<WorldManifest::T
     return WorldPackage(root, m, {});
 }
 
-TEST_F(StudioMusicTest, SelectionPrefersTheStyleAndFallsBackToWhateverExists)
+TEST_F(StudioMusicTest, AGoodOverlayGivesTracksByPhaseAndSelectionPrefersTheStyleThenWhateverExists)
 {
     testing::copyFile(track, overlay / "day.flac");
     testing::copyFile(track, overlay / "main.flac");
-    writeManifest(manifest({{"day", {{"file", "day.flac"}}}, {"main", {{"file", "main.flac"}}}}));
+    writeManifest(manifest({{"day", {{"file", "day.flac"}, {"frames", 12000}, {"entryPoints", {{{"frame", 0}}, {{"frame", 6000}}, {{"frame", 99999}}}}}},
+                            {"main", {{"file", "main.flac"}}}}));
     auto studio = load();
     ASSERT_TRUE(studio);
+    EXPECT_TRUE(audioLines().empty());
+    EXPECT_EQ(studio->entryPoints.at(*studio->url(DayPhase::day)), (std::vector<std::int64_t>{0, 6000})) << "past the end is dropped";
+    EXPECT_EQ(studio->url(std::nullopt)->filename(), "main.flac");
+    EXPECT_EQ(StudioMusic::overlayRoot(worlds), dir / "StudioMusic");
     auto root = worlds / "meadow.hushmeadow";
     auto classic = worldWithMusic(root, WorldManifest::Track{"music.flac", 0.5, std::nullopt});
 

@@ -59,5 +59,22 @@ kill "$recorder"; wait "$recorder" 2>/dev/null || true
 # What the saver would render for the same 6 s, for comparison.
 "$program" render-audio "$world" --seconds 6 --out expected.wav > /dev/null 2>&1
 
-python3 "$here/sound_check.py" rec.raw expected.wav "$(echo "$term_at - $play_start" | bc -l)" || { cat play.log; fail "sound check"; }
+# The monitor records only while the sink is busy, so its timeline starts with
+# the sound: heard fading in to the offline render's level, and cut at full
+# level (not faded) within 0.3 s of SIGTERM.
+python3 - rec.raw expected.wav "$(echo "$term_at - $play_start" | bc -l)" <<'EOF' || { cat play.log; fail "sound check"; }
+import array, math, sys
+def load(path, header):
+    blob = open(path, "rb").read(); a = array.array("f"); a.frombytes(blob[blob.index(b"data") + 8:] if header else blob); return a
+def rms(s, a, b):  # frames a..b, both channels
+    part = s[2 * max(a, 0):2 * max(b, 0)]; return math.sqrt(sum(x * x for x in part) / max(len(part), 1))
+rec, ref, ran, R, W = load(sys.argv[1], False), load(sys.argv[2], True), float(sys.argv[3]), 48000, 480
+heard = [f for f in range(0, len(rec) // 2 - W, W) if rms(rec, f, f + W) > 1e-4] or sys.exit("nothing was heard")
+first, last = heard[0], heard[-1] + W
+early, later, offline = rms(rec, first, first + R // 4), rms(rec, first + 9 * R // 2, first + 5 * R), rms(ref, 9 * R // 2, 5 * R)
+tail, gap = rms(rec, last - R // 10, last), (last - first) / R - ran
+print(f"early {early:.5f}, at 4.5 s {later:.5f}, offline {offline:.5f}, last 100 ms {tail:.5f}, ended {gap * 1000:.0f} ms after SIGTERM")
+sys.exit("no fade-in heard" if not later > early * 4 else "the level heard is not the world's" if not offline / 2 < later < offline * 2
+         else "the sound faded out instead of stopping at once" if tail < later / 2 else "sound went on after SIGTERM" if gap > 0.3 else 0)
+EOF
 echo "saver with sound: all cases passed"

@@ -10,14 +10,12 @@
 #include <memory>
 #include <vector>
 
-// Offline listening to the ambient audio engine: sound rendered in step with
-// virtual time, the way a device pulls it while the main loop's timers run.
 namespace hushmeadows::testing {
 
-// A manual run loop and the engine services around it: sessions on an
-// offline output (48 kHz stereo), decoding inline unless a background runner
-// is given, streamer queues that run at once, and a sleep that records
-// instead of blocking.
+// Offline listening to the ambient audio engine, in step with virtual time:
+// a manual run loop and the engine services around it (offline output at
+// 48 kHz stereo, decoding inline unless a background runner is given,
+// streamer queues that run at once, a sleep that records instead of blocking).
 class LockstepAudio {
 public:
     static constexpr double sampleRate = 48000;
