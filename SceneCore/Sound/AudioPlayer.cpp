@@ -3,6 +3,7 @@
 #include "SceneCore/Runtime/Precondition.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace hushmeadows {
 

@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <thread>
 #include <vector>
 
@@ -14,7 +12,6 @@ namespace hushmeadows {
 namespace {
 
 using testing::makeBuffer;
-using testing::OfflineMixer;
 
 // Players added, fed, turned and removed on this thread while another renders:
 // every completion runs once and (under the sanitizers) nothing races or leaks.

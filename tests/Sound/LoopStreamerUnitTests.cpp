@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 
 namespace hushmeadows {
 namespace {
@@ -113,7 +115,8 @@ TEST_F(LoopStreamerTest, AFailedReadRestartsOnceFromZeroAndASecondFailureEndsThe
     file->faults[8000] = FakeAudioFile::Fault::shortRead;
     StereoSignal out = play(16'000);
     std::vector<std::int64_t> heard = looped(0, 4000, 8000);
-    std::ranges::copy(looped(4000, 10'000, 4000), std::back_inserter(heard));
+    for (std::int64_t frame : looped(4000, 10'000, 4000))
+        heard.push_back(frame);
     expectFrames(out, heard);
     EXPECT_TRUE(std::all_of(out.left.begin() + 12'000, out.left.end(), [](float s) { return s == 0.0f; })) << "nothing after the failure";
     EXPECT_EQ(failures, 1);
