@@ -615,17 +615,13 @@ std::int64_t AmbientAudioEngine::nextEntryPoint(const std::filesystem::path& url
 
 void AmbientAudioEngine::switchMusic(const std::optional<std::filesystem::path>& url, double over)
 {
-    if (state_ == State::loading)
-        music_.requestWhileLoading(url);
-    else if (state_ != State::idle)
+    if (state_ != State::idle)
         music_.switchTo(url, over);
 }
 
 void AmbientAudioEngine::switchAmbience(const std::optional<std::filesystem::path>& url, double over)
 {
-    if (state_ == State::loading)
-        ambience_.requestWhileLoading(url);
-    else if (state_ != State::idle)
+    if (state_ != State::idle)
         ambience_.switchTo(url, over);
 }
 

@@ -70,14 +70,6 @@ AudioLayer::URL AudioLayer::requestedURL() const
 
 std::shared_ptr<LoopStreamer> AudioLayer::streamer() const { return streamerOf(source_); }
 
-void AudioLayer::requestWhileLoading(const URL& url)
-{
-    if (url == url_)
-        pending_.reset();
-    else
-        pending_.emplace(url);
-}
-
 std::optional<AudioLayer::URL> AudioLayer::takePending()
 {
     auto pending = std::move(pending_);
@@ -179,8 +171,13 @@ bool AudioLayer::stop()
 
 void AudioLayer::switchTo(const URL& url, double over)
 {
-    if (!mixer_)
+    if (!mixer_) { // loading: the latest request wins
+        if (url == url_)
+            pending_.reset();
+        else
+            pending_.emplace(url);
         return;
+    }
     if (decoding_) {
         if (url == url_) {
             // Back to what plays: the decode under way is no longer wanted.

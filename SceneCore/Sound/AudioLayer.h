@@ -75,11 +75,9 @@ public:
     int decodesStarted() const { return decodesStarted_; }
     std::shared_ptr<LoopStreamer> streamer() const;
 
-    // Before the session's sources are decoded: the file to load, and the
-    // switches asked for meanwhile (the latest wins).
+    // Before the session's sources are decoded: the file to load; and the
+    // switch asked for meanwhile, taken.
     void expect(const URL& url) { url_ = url; }
-    void requestWhileLoading(const URL& url);
-    // The switch asked for while loading, taken.
     std::optional<URL> takePending();
 
     // Takes the first source into the session's new mixer (none: the layer
@@ -88,7 +86,8 @@ public:
     void play(const Loaded& loaded);
 
     // Changes to another file while playing, crossfading over `over` seconds
-    // once it is decoded; none fades the layer out.
+    // once it is decoded; none fades the layer out. While the session loads,
+    // the request waits for takePending().
     void switchTo(const URL& url, double over);
 
     // The layer's level: the current player gets level × sin x and each
