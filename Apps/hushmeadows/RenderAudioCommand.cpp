@@ -97,22 +97,23 @@ int runRenderAudioCommand(const std::vector<std::string>& arguments, const Media
     NoPowerEvents noPower;
     AudioFormat format{sampleRate, 2};
     SaverAudio::Services services{
-        AmbientAudioEngine::Services{
-            loop,
-            {}, // the offline format below gives every session an offline output
-            FFmpegAudioFile::open,
-            // Decoding runs at once; its result still comes back through the loop.
-            [](std::function<void()> work) { work(); },
-            [](const std::string& label) { return std::make_unique<ImmediateSerialQueue>(label); },
-            [](double) {},
-            sampleRate,
-            format,
-            {},
-        },
-        noPower,
-        [&media](const WorldPackage& package) { return StudioMusic::load(package, media); },
-        [] { return std::chrono::system_clock::now(); },
-        Calendar::current(),
+        .engine =
+            AmbientAudioEngine::Services{
+                .mainLoop = loop,
+                .makeOutput = {}, // the offline format below gives every session an offline output
+                .openFile = FFmpegAudioFile::open,
+                // Decoding runs at once; its result still comes back through the loop.
+                .runInBackground = [](std::function<void()> work) { work(); },
+                .makeSerialQueue = [](const std::string& label) { return std::make_unique<ImmediateSerialQueue>(label); },
+                .sleep = [](double) {},
+                .sampleRate = sampleRate,
+                .offlineFormat = format,
+                .entryPoints = {},
+            },
+        .powerEvents = noPower,
+        .loadOverlay = [&media](const WorldPackage& package) { return StudioMusic::load(package, media); },
+        .now = [] { return std::chrono::system_clock::now(); },
+        .calendar = Calendar::current(),
     };
     SaverAudio audio(std::move(services));
     int client = 0;

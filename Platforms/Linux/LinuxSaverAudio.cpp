@@ -16,21 +16,22 @@ LinuxSaverAudio::LinuxSaverAudio(RunLoop& mainLoop, const MediaProbe& media)
 {
     ThreadSerialQueue* loading = loading_.get();
     SaverAudio::Services services{
-        AmbientAudioEngine::Services{
-            mainLoop,
-            [] { return std::make_shared<SDLAudioOutput>(); },
-            FFmpegAudioFile::open,
-            [loading](std::function<void()> work) { loading->async(std::move(work)); },
-            [](const std::string& label) { return std::make_unique<ThreadSerialQueue>(label); },
-            [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); },
-            AudioMixer::defaultSampleRate,
-            std::nullopt,
-            {},
-        },
-        *power_,
-        [&media](const WorldPackage& world) { return StudioMusic::load(world, media); },
-        [] { return std::chrono::system_clock::now(); },
-        Calendar::current(),
+        .engine =
+            AmbientAudioEngine::Services{
+                .mainLoop = mainLoop,
+                .makeOutput = [] { return std::make_shared<SDLAudioOutput>(); },
+                .openFile = FFmpegAudioFile::open,
+                .runInBackground = [loading](std::function<void()> work) { loading->async(std::move(work)); },
+                .makeSerialQueue = [](const std::string& label) { return std::make_unique<ThreadSerialQueue>(label); },
+                .sleep = [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); },
+                .sampleRate = AudioMixer::defaultSampleRate,
+                .offlineFormat = std::nullopt,
+                .entryPoints = {},
+            },
+        .powerEvents = *power_,
+        .loadOverlay = [&media](const WorldPackage& world) { return StudioMusic::load(world, media); },
+        .now = [] { return std::chrono::system_clock::now(); },
+        .calendar = Calendar::current(),
     };
     arbiter_ = std::make_unique<SaverAudio>(std::move(services));
 }

@@ -6,64 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
-#include <numbers>
 
 namespace hushmeadows {
 
 namespace {
 
-constexpr float halfPi = std::numbers::pi_v<float> / 2;
-
-// Repeating timers add up their interval in floating point, so the tick meant
-// for the end of a fade can land a hair before it; that tick ends the fade.
-constexpr double timingTolerance = 1e-9;
-
-double progressAt(double now, double start, double duration)
-{
-    if (!(duration > 0))
-        return 1;
-    double elapsed = now - start;
-    if (elapsed >= duration - timingTolerance)
-        return 1;
-    return std::clamp(elapsed / duration, 0.0, 1.0);
-}
-
-// The equal-power angle of a crossfade's progress on a smoothstep time curve.
-float crossfadeAngle(float progress)
-{
-    float p = std::clamp(progress, 0.0f, 1.0f);
-    float s = p * p * (3.0f - 2.0f * p);
-    return s * halfPi;
-}
-
-// A crossfade under way when a new one starts is folded into the outgoing
-// gains, so that nothing jumps; returns the share the current layer keeps.
-template <typename Entries>
-float foldRunningCrossfade(float progress, Entries& outgoing)
-{
-    if (progress >= 1)
-        return 1;
-    float x = crossfadeAngle(progress);
-    for (auto& entry : outgoing)
-        entry.gain *= std::cos(x);
-    return std::sin(x);
-}
-
 std::string fileName(const std::filesystem::path& url) { return url.filename().string(); }
 
-std::string nameOrNone(const std::optional<std::filesystem::path>& url) { return url ? fileName(*url) : std::string("none"); }
-
-std::shared_ptr<LoopStreamer> streamerOf(const std::optional<AmbientAudioEngine::MusicSource>& source)
-{
-    if (!source)
-        return nullptr;
-    if (const auto* streamer = std::get_if<std::shared_ptr<LoopStreamer>>(&*source))
-        return *streamer;
-    return nullptr;
-}
-
-// Decodes the whole of an open file into one buffer.
 // Decodes a file whole, a second at a time: what the header says of its
 // length is not trusted, memory grows only with frames that really decode, and
 // never past the limit. Nothing (and no log) once cancelled.
@@ -129,21 +78,30 @@ std::shared_ptr<PCMBuffer> tailOf(const PCMBuffer& buffer, std::int64_t frame)
 }
 
 // The music as the loading work delivers it, begun at the entry frame.
-AmbientAudioEngine::LoadedSources loadMusic(const AmbientAudioEngine::Decoder& decoder, const std::optional<std::filesystem::path>& url,
-                                            std::int64_t frame)
+AudioLayer::Loaded loadMusic(const AmbientAudioEngine::Decoder& decoder, const std::optional<std::filesystem::path>& url, std::int64_t frame)
 {
-    AmbientAudioEngine::LoadedSources sources;
-    sources.music = AmbientAudioEngine::openMusic(decoder, url, frame);
-    if (!sources.music)
-        return sources;
-    if (auto streamer = streamerOf(sources.music)) {
-        sources.musicFrame = std::clamp<std::int64_t>(frame, 0, streamer->length() - 1);
+    AudioLayer::Loaded loaded;
+    loaded.source = AmbientAudioEngine::openMusic(decoder, url, frame);
+    if (!loaded.source)
+        return loaded;
+    if (auto streamer = AudioLayer::streamerOf(loaded.source)) {
+        loaded.frame = std::clamp<std::int64_t>(frame, 0, streamer->length() - 1);
     } else {
-        const auto& buffer = std::get<std::shared_ptr<PCMBuffer>>(*sources.music);
-        sources.musicLeadIn = tailOf(*buffer, frame);
-        sources.musicFrame = sources.musicLeadIn ? frame : 0;
+        const auto& buffer = std::get<std::shared_ptr<PCMBuffer>>(*loaded.source);
+        loaded.leadIn = tailOf(*buffer, frame);
+        loaded.frame = loaded.leadIn ? frame : 0;
     }
-    return sources;
+    return loaded;
+}
+
+// Ambience is always held whole, and begins at its first frame.
+AudioLayer::Loaded loadAmbience(const AmbientAudioEngine::Decoder& decoder, const std::optional<std::filesystem::path>& url)
+{
+    AudioLayer::Loaded loaded;
+    if (url)
+        if (auto buffer = AmbientAudioEngine::read(decoder, *url))
+            loaded.source = AudioLayer::Source{std::move(buffer)};
+    return loaded;
 }
 
 } // namespace
@@ -161,6 +119,8 @@ std::string_view rawValue(AmbientAudioEngine::State state)
 
 AmbientAudioEngine::AmbientAudioEngine(Services services)
     : services_(std::move(services))
+    , music_(AudioLayer::Kind::music, layerSession(AudioLayer::Kind::music))
+    , ambience_(AudioLayer::Kind::ambience, layerSession(AudioLayer::Kind::ambience))
     , offlineFormat_(services_.offlineFormat)
     , self_(std::make_shared<AmbientAudioEngine*>(this))
 {
@@ -184,12 +144,41 @@ AmbientAudioEngine::~AmbientAudioEngine()
 
 double AmbientAudioEngine::graphSampleRate() const
 {
-    return offlineFormat_ ? offlineFormat_->sampleRate : services_.sampleRate;
+    return services_.offlineFormat ? services_.offlineFormat->sampleRate : services_.sampleRate;
 }
 
 AmbientAudioEngine::Decoder AmbientAudioEngine::decoder() const
 {
     return Decoder{services_.openFile, graphSampleRate(), services_.makeSerialQueue, decodesCancelled_};
+}
+
+// The layers live inside the engine, so that what they call synchronously
+// may hold it directly; posted work holds it weakly.
+AudioLayer::Session AmbientAudioEngine::layerSession(AudioLayer::Kind kind)
+{
+    bool music = kind == AudioLayer::Kind::music;
+    AudioLayer::Session session{
+        .mainLoop = services_.mainLoop,
+        .load = [this, music](const std::filesystem::path& url, std::int64_t frame, std::function<void(AudioLayer::Loaded)> done) {
+            services_.runInBackground([decoder = decoder(), music, url, frame, loop = &services_.mainLoop, weak = weakSelf(),
+                                       generation = generation_, done = std::move(done)] {
+                AudioLayer::Loaded loaded = music ? loadMusic(decoder, url, frame) : loadAmbience(decoder, url);
+                loop->post([weak, generation, done, loaded = std::move(loaded)]() mutable {
+                    auto self = weak.lock();
+                    if (self && (*self)->generation_ == generation)
+                        done(std::move(loaded));
+                });
+            });
+        },
+        .entryFrame = {},
+        .streamFailed = [this](const LoopStreamer* failed) { streamFailed(failed); },
+        .settled = {},
+    };
+    if (music)
+        session.entryFrame = [this](const std::filesystem::path& url) { return nextEntryPoint(url); };
+    else
+        session.settled = [this] { ambienceSettled(true); };
+    return session;
 }
 
 // MARK: - Decoding
@@ -269,18 +258,16 @@ void AmbientAudioEngine::start(const WorldPackage& world, const std::optional<st
 
     stopImmediately();
     world_ = world;
-    musicURL_ = music;
-    ambienceURL_ = world.ambienceURL();
+    music_.expect(music);
+    ambience_.expect(world.ambienceURL());
     lastFadeIn_ = fadeIn;
     state_ = State::loading;
     int generation = generation_;
     std::int64_t frame = music ? nextEntryPoint(*music) : 0;
 
-    services_.runInBackground([decoder = decoder(), music, frame, ambience = ambienceURL_, loop = &services_.mainLoop,
+    services_.runInBackground([decoder = decoder(), music, frame, ambience = world.ambienceURL(), loop = &services_.mainLoop,
                                weak = weakSelf(), generation, fadeIn] {
-        LoadedSources sources = loadMusic(decoder, music, frame);
-        if (ambience)
-            sources.ambience = read(decoder, *ambience);
+        LoadedSources sources{loadMusic(decoder, music, frame), loadAmbience(decoder, ambience)};
         loop->post([weak, generation, fadeIn, sources = std::move(sources)]() mutable {
             auto self = weak.lock();
             if (!self)
@@ -293,21 +280,32 @@ void AmbientAudioEngine::start(const WorldPackage& world, const std::optional<st
     });
 }
 
-std::shared_ptr<AudioPlayer> AmbientAudioEngine::makeNode()
+void AmbientAudioEngine::adopt(const WorldPackage& world)
 {
-    return engine_->addPlayer();
+    adopt(world, carriesMusicAcrossVersions(world) ? requestedMusicURL() : world.musicURL());
+}
+
+void AmbientAudioEngine::adopt(const WorldPackage& world, const std::optional<std::filesystem::path>& music)
+{
+    if ((state_ != State::loading && state_ != State::playing) || !world_ || world_->id() != world.id()) {
+        start(world, music, lastFadeIn_);
+        return;
+    }
+    world_ = world;
+    if (music != requestedMusicURL())
+        switchMusic(music, lastFadeIn_);
+    if (world.ambienceURL() != requestedAmbienceURL())
+        switchAmbience(world.ambienceURL(), ambienceCrossfade);
 }
 
 void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
 {
-    if (!sources.music && !sources.ambience) {
+    if (!sources.music.source && !sources.ambience.source) {
         Log::audio.error("World has no playable audio");
         state_ = State::idle;
         world_.reset();
-        musicURL_.reset();
-        ambienceURL_.reset();
-        pendingSwitch_.reset();
-        pendingAmbience_.reset();
+        music_.stop();
+        ambience_.stop();
         return;
     }
 
@@ -320,19 +318,8 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
     }
     HM_PRECONDITION(output != nullptr, "the output factory made no output");
     engine_ = std::make_unique<AudioMixer>(services_.mainLoop, std::move(output), graphSampleRate());
-
-    if (sources.music) {
-        musicSource_ = sources.music;
-        musicNode_ = makeNode();
-    } else {
-        musicURL_.reset();
-    }
-    if (sources.ambience) {
-        ambienceBuffer_ = sources.ambience;
-        ambienceNode_ = makeNode();
-    } else {
-        ambienceURL_.reset();
-    }
+    music_.attach(*engine_, sources.music);
+    ambience_.attach(*engine_, sources.ambience);
 
     engine_->setOutputVolume(0);
     ++activeEngines_;
@@ -354,13 +341,11 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
         return;
     }
 
-    if (musicNode_)
-        playMusic(musicNode_, *musicSource_, sources.musicFrame, sources.musicLeadIn);
-    if (ambienceNode_)
-        playAmbience(*ambienceNode_, ambienceBuffer_);
+    music_.play(sources.music);
+    ambience_.play(sources.ambience);
 
     state_ = State::playing;
-    bool streamed = streamerOf(musicSource_) != nullptr;
+    bool streamed = music_.streamer() != nullptr;
     Log::audio.notice("Sound started: %{public}s%{public}s%{public}s", world_ ? world_->id() : std::string(),
                       std::string(streamed ? " (music streamed)" : ""), std::string(isMuted_ ? " (muted)" : ""));
 
@@ -370,38 +355,10 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
         fadeMaster(1.0f, fadeIn, {});
 
     // Switches asked for while the first sources were decoding.
-    if (pendingSwitch_) {
-        auto target = *pendingSwitch_;
-        pendingSwitch_.reset();
-        if (target != musicURL_)
-            switchMusic(target, fadeIn);
-    }
-    if (pendingAmbience_) {
-        auto target = *pendingAmbience_;
-        pendingAmbience_.reset();
-        if (target != ambienceURL_)
-            switchAmbience(target, ambienceCrossfade);
-    }
-}
-
-void AmbientAudioEngine::playMusic(const std::shared_ptr<AudioPlayer>& node, const MusicSource& source, std::int64_t frame,
-                                   const std::shared_ptr<PCMBuffer>& leadIn)
-{
-    if (auto streamer = std::get_if<std::shared_ptr<LoopStreamer>>(&source)) {
-        (*streamer)->start(node, frame);
-        watchForStreamFailure(*streamer);
-    } else {
-        if (leadIn)
-            node->scheduleBuffer(leadIn);
-        node->scheduleBuffer(std::get<std::shared_ptr<PCMBuffer>>(source), AudioPlayer::loops);
-    }
-    node->play();
-}
-
-void AmbientAudioEngine::playAmbience(AudioPlayer& node, const std::shared_ptr<PCMBuffer>& buffer)
-{
-    node.scheduleBuffer(buffer, AudioPlayer::loops);
-    node.play();
+    if (auto target = music_.takePending(); target && *target != musicURL())
+        switchMusic(*target, fadeIn);
+    if (auto target = ambience_.takePending(); target && *target != ambienceURL())
+        switchAmbience(*target, ambienceCrossfade);
 }
 
 // MARK: - Levels and fades
@@ -420,26 +377,8 @@ void AmbientAudioEngine::setAmbienceVolume(float volume)
 
 void AmbientAudioEngine::applyChannelVolumes()
 {
-    float m = std::clamp(musicVolume_, 0.0f, 1.0f);
-    float a = std::clamp(ambienceVolume_, 0.0f, 1.0f);
-
-    float x = crossfadeAngle(musicCrossfade_.progress);
-    if (musicNode_)
-        musicNode_->setVolume(m * std::sin(x));
-    for (const Outgoing& entry : outgoing_)
-        entry.node->setVolume(std::cos(x) * m * entry.gain);
-
-    float in = 1;
-    float out = 0;
-    if (ambienceCrossfade_.progress < 1) {
-        float y = crossfadeAngle(ambienceCrossfade_.progress);
-        in = std::sin(y);
-        out = std::cos(y);
-    }
-    if (ambienceNode_)
-        ambienceNode_->setVolume(a * in);
-    for (const OutgoingAmbience& entry : outgoingAmbience_)
-        entry.node->setVolume(out * a * entry.gain);
+    music_.setLevel(musicVolume_);
+    ambience_.setLevel(ambienceVolume_);
 }
 
 void AmbientAudioEngine::fadeMaster(float target, double duration, std::function<void()> completion)
@@ -467,7 +406,7 @@ void AmbientAudioEngine::stepFade()
         cancelFade();
         return;
     }
-    double t = progressAt(services_.mainLoop.mediaTime(), fade_->start, fade_->duration);
+    double t = AudioLayer::progressAt(services_.mainLoop.mediaTime(), fade_->start, fade_->duration);
     double level = fade_->from + (static_cast<double>(fade_->to) - fade_->from) * (t * t * (3 - 2 * t));
     engine_->setOutputVolume(static_cast<float>(level));
     // What follows a fade (a pause, a stop) waits a few ticks, so that the
@@ -528,48 +467,20 @@ void AmbientAudioEngine::stopImmediately()
     ++generation_;
     decodesCancelled_->store(true, std::memory_order_relaxed);
     decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
-    ++switchGeneration_;
     cancelFade();
     if (configObserver_) {
         configObserver_->cancel();
         configObserver_.reset();
     }
 
-    finishMusicCrossfade();
-    finishAmbienceCrossfade();
-
-    if (auto streamer = streamerOf(musicSource_))
-        streamer->stop();
-    for (const auto& node : retiring_)
-        node->stop();
-    for (const RetiringAmbience& entry : retiringAmbience_)
-        if (entry.node)
-            entry.node->stop();
-    if (musicNode_)
-        musicNode_->stop();
-    if (ambienceNode_)
-        ambienceNode_->stop();
+    music_.stop();
+    bool wasDecodingAmbience = ambience_.stop();
     if (engine_) {
         engine_->stop();
         engine_->stopAllPlayers();
         --activeEngines_;
     }
-
-    musicNode_.reset();
-    ambienceNode_.reset();
-    retiring_.clear();
-    retiringAmbience_.clear();
     engine_.reset();
-    musicSource_.reset();
-    ambienceBuffer_.reset();
-    musicURL_.reset();
-    ambienceURL_.reset();
-    pendingSwitch_.reset();
-    switchingTo_.reset();
-    pendingAmbience_.reset();
-    ambienceDecodingTo_.reset();
-    bool wasDecodingAmbience = isDecodingAmbience_;
-    isDecodingAmbience_ = false;
     world_.reset();
     state_ = State::idle;
     if (wasDecodingAmbience)
@@ -632,16 +543,8 @@ void AmbientAudioEngine::muteChanged(double fade)
         if (auto started = engine_->start(); !started)
             Log::audio.error("Audio engine resume failed: %{private}s", started.error());
     }
-    auto resume = [](const std::shared_ptr<AudioPlayer>& node) {
-        if (node && !node->isPlaying())
-            node->play();
-    };
-    resume(musicNode_);
-    resume(ambienceNode_);
-    for (const Outgoing& entry : outgoing_)
-        resume(entry.node);
-    for (const OutgoingAmbience& entry : outgoingAmbience_)
-        resume(entry.node);
+    music_.resumePlayers();
+    ambience_.resumePlayers();
     // Coming back is always gentler than going quiet: at least 0.7 s.
     fadeMaster(1.0f, 2 * std::max(fade, muteFade), {});
 }
@@ -653,54 +556,20 @@ void AmbientAudioEngine::recoverFromConfigurationChange()
     if (!engine_ || (state_ != State::playing && state_ != State::stopping))
         return;
     Log::audio.notice("Audio configuration changed; restarting engine");
-    finishMusicCrossfade();
-    finishAmbienceCrossfade();
-
-    auto streamer = streamerOf(musicSource_);
-    std::int64_t resumeFrame = 0;
-    if (streamer) {
-        resumeFrame = streamer->resumeFrame();
-        streamer->stop();
-    }
-    if (musicNode_) {
-        musicNode_->stop();
-    }
-    if (ambienceNode_) {
-        ambienceNode_->stop();
-    }
-
+    std::int64_t musicFrame = music_.suspend();
+    std::int64_t ambienceFrame = ambience_.suspend();
     if (auto started = engine_->start(); !started) {
         Log::audio.error("Audio engine restart failed: %{private}s", started.error());
         stopImmediately();
         return;
     }
-    if (musicNode_)
-        playMusic(musicNode_, *musicSource_, streamer ? resumeFrame : 0, nullptr);
-    if (ambienceNode_)
-        playAmbience(*ambienceNode_, ambienceBuffer_);
+    music_.resume(musicFrame);
+    ambience_.resume(ambienceFrame);
     if (isMuted_ && state_ == State::playing)
         engine_->pause();
 }
 
 // MARK: - Queries
-
-std::optional<std::filesystem::path> AmbientAudioEngine::requestedMusicURL() const
-{
-    if (pendingSwitch_)
-        return *pendingSwitch_;
-    if (switchingTo_)
-        return switchingTo_;
-    return musicURL_;
-}
-
-std::optional<std::filesystem::path> AmbientAudioEngine::requestedAmbienceURL() const
-{
-    if (pendingAmbience_)
-        return *pendingAmbience_;
-    if (ambienceDecodingTo_)
-        return ambienceDecodingTo_;
-    return ambienceURL_;
-}
 
 float AmbientAudioEngine::masterGain() const
 {
@@ -729,7 +598,7 @@ std::expected<void, std::string> AmbientAudioEngine::renderOffline(std::uint32_t
     return {};
 }
 
-// MARK: - Switching music
+// MARK: - Switching
 
 std::int64_t AmbientAudioEngine::nextEntryPoint(const std::filesystem::path& url)
 {
@@ -746,311 +615,37 @@ std::int64_t AmbientAudioEngine::nextEntryPoint(const std::filesystem::path& url
 
 void AmbientAudioEngine::switchMusic(const std::optional<std::filesystem::path>& url, double over)
 {
-    switch (state_) {
-    case State::idle:
-        return;
-    case State::loading:
-        if (url == musicURL_)
-            pendingSwitch_.reset();
-        else
-            pendingSwitch_.emplace(url);
-        return;
-    case State::playing:
-    case State::stopping:
-        break;
-    }
-    if (!engine_)
-        return;
-    if (switchingTo_) {
-        if (url == musicURL_) {
-            // Back to what plays: the decode under way is no longer wanted.
-            ++switchGeneration_;
-            switchingTo_.reset();
-            pendingSwitch_.reset();
-        } else if (url == switchingTo_) {
-            pendingSwitch_.reset();
-        } else {
-            pendingSwitch_.emplace(url);
-        }
-        return;
-    }
-    if (url == musicURL_)
-        return;
-    if (!url) {
-        crossfadeMusic({}, std::nullopt, over);
-        return;
-    }
-    decodeMusic(*url, over);
+    if (state_ != State::idle)
+        music_.switchTo(url, over);
 }
 
-void AmbientAudioEngine::decodeMusic(const std::filesystem::path& url, double over)
+void AmbientAudioEngine::switchAmbience(const std::optional<std::filesystem::path>& url, double over)
 {
-    int token = ++switchGeneration_;
-    switchingTo_ = url;
-    int generation = generation_;
-    std::int64_t frame = nextEntryPoint(url);
-    services_.runInBackground([decoder = decoder(), url, frame, loop = &services_.mainLoop, weak = weakSelf(), generation, token,
-                               over] {
-        LoadedSources sources = loadMusic(decoder, url, frame);
-        loop->post([weak, generation, token, url, over, sources = std::move(sources)]() mutable {
-            auto self = weak.lock();
-            if (!self)
-                return;
-            AmbientAudioEngine& me = **self;
-            if (me.generation_ != generation || me.switchGeneration_ != token)
-                return;
-            me.switchingTo_.reset();
-            std::optional<std::filesystem::path> target = url;
-            if (me.pendingSwitch_) {
-                target = *me.pendingSwitch_;
-                me.pendingSwitch_.reset();
-            }
-            if (target == url)
-                me.crossfadeMusic(std::move(sources), url, over);
-            else if (target != me.musicURL_)
-                me.switchMusic(target, over);
-        });
-    });
-}
-
-void AmbientAudioEngine::crossfadeMusic(LoadedSources sources, const std::optional<std::filesystem::path>& url, double over)
-{
-    if (!engine_)
-        return;
-    float keep = foldRunningCrossfade(musicCrossfade_.progress, outgoing_);
-    musicCrossfade_.halt();
-    if (musicNode_)
-        outgoing_.push_back(Outgoing{musicNode_, musicSource_, keep});
-    musicNode_.reset();
-    musicSource_.reset();
-
-    std::int64_t frame = 0;
-    if (sources.music) {
-        musicSource_ = sources.music;
-        musicNode_ = makeNode();
-        musicURL_ = url;
-        frame = sources.musicFrame;
-    } else {
-        musicURL_.reset();
-    }
-    musicCrossfade_.progress = 0;
-    applyChannelVolumes();
-    if (musicNode_)
-        playMusic(musicNode_, *musicSource_, frame, sources.musicLeadIn);
-    Log::audio.notice("Music switched to %{public}s from frame %lld over %.*f s", nameOrNone(musicURL_), frame, 1, over);
-
-    runCrossfade(&AmbientAudioEngine::musicCrossfade_, over, &AmbientAudioEngine::finishMusicCrossfade);
-}
-
-void AmbientAudioEngine::LayerCrossfade::halt()
-{
-    if (timer) {
-        timer->cancel();
-        timer.reset();
-    }
-    timing.reset();
-}
-
-void AmbientAudioEngine::runCrossfade(LayerCrossfade AmbientAudioEngine::*layer, double over, Finish finish)
-{
-    if (!(over > 0)) {
-        (this->*finish)();
-        return;
-    }
-    LayerCrossfade& fade = this->*layer;
-    fade.timing = CrossfadeTiming{services_.mainLoop.mediaTime(), over};
-    fade.timer = services_.mainLoop.scheduleRepeating(fadeInterval, [weak = weakSelf(), layer, finish] {
-        if (auto self = weak.lock())
-            (*self)->stepCrossfade(layer, finish);
-    });
-}
-
-void AmbientAudioEngine::stepCrossfade(LayerCrossfade AmbientAudioEngine::*layer, Finish finish)
-{
-    LayerCrossfade& fade = this->*layer;
-    if (!fade.timing) {
-        (this->*finish)();
-        return;
-    }
-    double p = progressAt(services_.mainLoop.mediaTime(), fade.timing->start, fade.timing->duration);
-    fade.progress = static_cast<float>(p);
-    applyChannelVolumes();
-    if (p >= 1)
-        (this->*finish)();
-}
-
-void AmbientAudioEngine::finishMusicCrossfade()
-{
-    musicCrossfade_.halt();
-    bool retired = !outgoing_.empty();
-    for (Outgoing& entry : outgoing_) {
-        if (auto streamer = streamerOf(entry.source))
-            streamer->stop();
-        entry.node->stop();
-        retiring_.push_back(entry.node);
-    }
-    outgoing_.clear();
-    musicCrossfade_.progress = 1;
-    applyChannelVolumes();
-    if (retired)
-        scheduleRetiredRelease();
-}
-
-void AmbientAudioEngine::watchForStreamFailure(const std::shared_ptr<LoopStreamer>& streamer)
-{
-    // The handler runs on the streamer's queue; the decision belongs to the main loop.
-    streamer->setFailureHandler([weak = weakSelf(), loop = &services_.mainLoop, failed = streamer.get()] {
-        loop->post([weak, failed] {
-            if (auto self = weak.lock())
-                (*self)->streamFailed(failed);
-        });
-    });
+    if (state_ != State::idle)
+        ambience_.switchTo(url, over);
 }
 
 void AmbientAudioEngine::streamFailed(const LoopStreamer* streamer)
 {
-    auto current = streamerOf(musicSource_);
+    auto current = music_.streamer();
     if (!engine_ || !current || current.get() != streamer)
         return;
     Log::audio.error("Streamed music failed; falling back to the world's own music");
-    if (switchingTo_)
+    if (music_.isDecoding())
         return; // the switch under way replaces the broken stream anyway
     std::optional<std::filesystem::path> own = world_ ? world_->musicURL() : std::nullopt;
-    if (own == musicURL_)
+    if (own == musicURL())
         own.reset(); // the world's own music is what broke: silence it
     switchMusic(own, streamFallbackCrossfade);
 }
 
-// MARK: - Switching ambience
-
-void AmbientAudioEngine::switchAmbience(const std::optional<std::filesystem::path>& url, double over)
-{
-    switch (state_) {
-    case State::idle:
-        return;
-    case State::loading:
-        if (url == ambienceURL_)
-            pendingAmbience_.reset();
-        else
-            pendingAmbience_.emplace(url);
-        return;
-    case State::playing:
-    case State::stopping:
-        break;
-    }
-    if (!engine_)
-        return;
-    if (isDecodingAmbience_) {
-        if (url == ambienceDecodingTo_)
-            pendingAmbience_.reset();
-        else
-            pendingAmbience_.emplace(url);
-        return;
-    }
-    if (url == ambienceURL_)
-        return;
-    if (!url) {
-        crossfadeAmbience(nullptr, std::nullopt, over);
-        return;
-    }
-    if (auto held = heldAmbience(*url)) {
-        crossfadeAmbience(std::move(held), url, over);
-        return;
-    }
-    decodeAmbience(*url, over);
-}
-
-std::shared_ptr<PCMBuffer> AmbientAudioEngine::heldAmbience(const std::filesystem::path& url) const
-{
-    for (const OutgoingAmbience& entry : outgoingAmbience_)
-        if (entry.url == url && entry.buffer)
-            return entry.buffer;
-    for (const RetiringAmbience& entry : retiringAmbience_)
-        if (entry.url == url && entry.buffer)
-            return entry.buffer;
-    return nullptr;
-}
-
-void AmbientAudioEngine::decodeAmbience(const std::filesystem::path& url, double over)
-{
-    isDecodingAmbience_ = true;
-    ambienceDecodingTo_ = url;
-    ++ambienceDecodesStarted_;
-    int generation = generation_;
-    services_.runInBackground([decoder = decoder(), url, loop = &services_.mainLoop, weak = weakSelf(), generation, over] {
-        std::shared_ptr<PCMBuffer> buffer = read(decoder, url);
-        loop->post([weak, generation, url, over, buffer] {
-            auto self = weak.lock();
-            if (!self)
-                return;
-            AmbientAudioEngine& me = **self;
-            if (me.generation_ != generation)
-                return;
-            me.isDecodingAmbience_ = false;
-            me.ambienceDecodingTo_.reset();
-            std::optional<std::filesystem::path> target = url;
-            if (me.pendingAmbience_) {
-                target = *me.pendingAmbience_;
-                me.pendingAmbience_.reset();
-            }
-            if (target == url)
-                me.crossfadeAmbience(buffer, buffer ? target : std::nullopt, over);
-            else if (target != me.ambienceURL_)
-                me.switchAmbience(target, over);
-            if (!me.isDecodingAmbience_)
-                me.ambienceSettled(true);
-        });
-    });
-}
-
-void AmbientAudioEngine::crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, const std::optional<std::filesystem::path>& url,
-                                           double over)
-{
-    if (!engine_)
-        return;
-    float keep = foldRunningCrossfade(ambienceCrossfade_.progress, outgoingAmbience_);
-    ambienceCrossfade_.halt();
-    if (ambienceNode_)
-        outgoingAmbience_.push_back(OutgoingAmbience{ambienceNode_, ambienceBuffer_, ambienceURL_, keep});
-    ambienceNode_.reset();
-    ambienceBuffer_.reset();
-
-    if (buffer) {
-        ambienceBuffer_ = std::move(buffer);
-        ambienceNode_ = makeNode();
-        ambienceURL_ = url;
-    } else {
-        ambienceURL_.reset();
-    }
-    ambienceCrossfade_.progress = 0;
-    applyChannelVolumes();
-    if (ambienceNode_)
-        playAmbience(*ambienceNode_, ambienceBuffer_);
-    Log::audio.notice("Ambience switched to %{public}s over %.*f s", nameOrNone(ambienceURL_), 1, over);
-
-    runCrossfade(&AmbientAudioEngine::ambienceCrossfade_, over, &AmbientAudioEngine::finishAmbienceCrossfade);
-}
-
-void AmbientAudioEngine::finishAmbienceCrossfade()
-{
-    ambienceCrossfade_.halt();
-    bool retired = !outgoingAmbience_.empty();
-    for (OutgoingAmbience& entry : outgoingAmbience_) {
-        entry.node->stop();
-        retiringAmbience_.push_back(RetiringAmbience{entry.node, entry.url, entry.buffer});
-    }
-    outgoingAmbience_.clear();
-    ambienceCrossfade_.progress = 1;
-    applyChannelVolumes();
-    if (retired)
-        scheduleRetiredRelease();
-}
+// MARK: - Waiting for ambience
 
 void AmbientAudioEngine::waitForAmbience(double limit, std::function<void(bool decoded)> done)
 {
     if (!done)
         return;
-    if (!isDecodingAmbience_) {
+    if (!ambience_.isDecoding()) {
         done(true);
         return;
     }
@@ -1080,38 +675,6 @@ void AmbientAudioEngine::ambienceSettled(bool decoded)
         // Posted, so that a waiter never runs in the middle of a state change.
         services_.mainLoop.post([done = std::move(waiter.done), decoded] { done(decoded); });
     }
-}
-
-// MARK: - Retired players
-
-void AmbientAudioEngine::scheduleRetiredRelease()
-{
-    if (retiredReleasePosted_)
-        return;
-    retiredReleasePosted_ = true;
-    services_.mainLoop.post([weak = weakSelf()] {
-        if (auto self = weak.lock()) {
-            (*self)->retiredReleasePosted_ = false;
-            (*self)->releaseRetired();
-        }
-    });
-}
-
-void AmbientAudioEngine::releaseRetired()
-{
-    if (engine_) {
-        for (const auto& node : retiring_)
-            engine_->removePlayer(node);
-        for (RetiringAmbience& entry : retiringAmbience_)
-            if (entry.node)
-                engine_->removePlayer(entry.node);
-    }
-    retiring_.clear();
-    for (RetiringAmbience& entry : retiringAmbience_)
-        entry.node.reset();
-    // The newest retired ambience stays decoded, for a quick way back to it.
-    if (retiringAmbience_.size() > 1)
-        retiringAmbience_.erase(retiringAmbience_.begin(), retiringAmbience_.end() - 1);
 }
 
 } // namespace hushmeadows

@@ -3,6 +3,7 @@
 #include "SceneCore/Runtime/RunLoop.h"
 #include "SceneCore/Runtime/SerialQueue.h"
 #include "SceneCore/Sound/AudioFile.h"
+#include "SceneCore/Sound/AudioLayer.h"
 #include "SceneCore/Sound/AudioMixer.h"
 #include "SceneCore/Sound/AudioOutput.h"
 #include "SceneCore/Sound/LoopStreamer.h"
@@ -25,10 +26,10 @@
 
 namespace hushmeadows {
 
-// Plays a world's sound: one looping music layer and one looping ambience
-// layer, mixed by an AudioMixer made for each session of sound.
-// Master fades, equal-power crossfades of either layer, mute, and recovery
-// when the output device changes.
+// Plays a world's sound: a session over two AudioLayers, the looping music
+// and the looping ambience, mixed by an AudioMixer made for each session of
+// sound. The session starts and stops, fades the master, mutes, and recovers
+// when the output device changes; each layer crossfades on its own.
 //
 // It never fails loudly: every problem goes to the audio log and the engine
 // falls back to something quieter, at worst silence.
@@ -41,7 +42,7 @@ class AmbientAudioEngine {
 public:
     enum class State { idle, loading, playing, stopping };
 
-    using MusicSource = std::variant<std::shared_ptr<PCMBuffer>, std::shared_ptr<LoopStreamer>>;
+    using MusicSource = AudioLayer::Source;
 
     // Runs work off the main thread (any thread, any order with other work).
     using BackgroundRunner = std::function<void(std::function<void()> work)>;
@@ -83,12 +84,8 @@ public:
 
     // The result of loading: either layer may be absent.
     struct LoadedSources {
-        std::optional<MusicSource> music;
-        // Where the music begins, and for buffered music that begins past its
-        // first frame, the rest of the first pass (played once, before the loop).
-        std::int64_t musicFrame = 0;
-        std::shared_ptr<PCMBuffer> musicLeadIn;
-        std::shared_ptr<PCMBuffer> ambience;
+        AudioLayer::Loaded music;
+        AudioLayer::Loaded ambience;
     };
 
     // The running master fade.
@@ -131,6 +128,13 @@ public:
     // revoked.
     void start(const WorldPackage& world, const std::optional<std::filesystem::path>& music, double fadeIn);
 
+    // Takes over another version of the world whose sound is loading or
+    // playing without restarting it: its music (unless the music carries on
+    // across versions) and its ambience come in as switches. Any other world
+    // starts as with start().
+    void adopt(const WorldPackage& world);
+    void adopt(const WorldPackage& world, const std::optional<std::filesystem::path>& music);
+
     // Change one layer while loading or playing, crossfading over `over`
     // seconds once the new file is decoded. None fades the layer out.
     void switchMusic(const std::optional<std::filesystem::path>& url, double over);
@@ -158,21 +162,21 @@ public:
 
     State state() const { return state_; }
     const std::optional<WorldPackage>& world() const { return world_; }
-    const std::optional<std::filesystem::path>& musicURL() const { return musicURL_; }
-    const std::optional<std::filesystem::path>& ambienceURL() const { return ambienceURL_; }
+    const std::optional<std::filesystem::path>& musicURL() const { return music_.url(); }
+    const std::optional<std::filesystem::path>& ambienceURL() const { return ambience_.url(); }
     // Where each layer is heading: a pending or decoding switch's target,
     // else what plays.
-    std::optional<std::filesystem::path> requestedMusicURL() const;
-    std::optional<std::filesystem::path> requestedAmbienceURL() const;
+    std::optional<std::filesystem::path> requestedMusicURL() const { return music_.requestedURL(); }
+    std::optional<std::filesystem::path> requestedAmbienceURL() const { return ambience_.requestedURL(); }
 
     // The main mixer's level; 0 without an engine.
     float masterGain() const;
     bool isEngineRunning() const;
     double lastFadeIn() const { return lastFadeIn_; }
-    int ambienceDecodesStarted() const { return ambienceDecodesStarted_; }
+    int ambienceDecodesStarted() const { return ambience_.decodesStarted(); }
 
     // An ambience decode is under way.
-    bool isWaitingForAmbience() const { return isDecodingAmbience_; }
+    bool isWaitingForAmbience() const { return ambience_.isDecoding(); }
     // Calls done on the main loop once the ambience decode under way has been
     // applied (true), or with false when `limit` seconds pass first or a stop
     // abandons the decode; at once, with true, when none is under way.
@@ -193,36 +197,6 @@ public:
     static std::shared_ptr<PCMBuffer> read(const Decoder& decoder, const std::filesystem::path& url);
 
 private:
-    struct Outgoing {
-        std::shared_ptr<AudioPlayer> node;
-        std::optional<MusicSource> source;
-        float gain = 1;
-    };
-    struct OutgoingAmbience {
-        std::shared_ptr<AudioPlayer> node;
-        std::shared_ptr<PCMBuffer> buffer;
-        std::optional<std::filesystem::path> url;
-        float gain = 1;
-    };
-    struct RetiringAmbience {
-        std::shared_ptr<AudioPlayer> node; // null once detached
-        std::optional<std::filesystem::path> url;
-        std::shared_ptr<PCMBuffer> buffer;
-    };
-    struct CrossfadeTiming {
-        double start = 0;
-        double duration = 0;
-    };
-    // One layer's crossfade: its timing, the timer that steps it, and its
-    // progress (1 outside a crossfade).
-    struct LayerCrossfade {
-        std::optional<CrossfadeTiming> timing;
-        std::shared_ptr<Cancellable> timer;
-        float progress = 1;
-        // Stops stepping; the progress stays where it is.
-        void halt();
-    };
-    using Finish = void (AmbientAudioEngine::*)();
     struct AmbienceWaiter {
         int id = 0;
         std::function<void(bool)> done;
@@ -232,6 +206,7 @@ private:
     Decoder decoder() const;
     double graphSampleRate() const;
     std::weak_ptr<AmbientAudioEngine*> weakSelf() const { return self_; }
+    AudioLayer::Session layerSession(AudioLayer::Kind kind);
 
     void begin(LoadedSources sources, double fadeIn);
     void applyChannelVolumes();
@@ -240,65 +215,26 @@ private:
     void cancelFade();
     void muteChanged(double fade);
     void recoverFromConfigurationChange();
-
-    std::shared_ptr<AudioPlayer> makeNode();
-    void playMusic(const std::shared_ptr<AudioPlayer>& node, const MusicSource& source, std::int64_t frame,
-                   const std::shared_ptr<PCMBuffer>& leadIn);
-    void playAmbience(AudioPlayer& node, const std::shared_ptr<PCMBuffer>& buffer);
-
     std::int64_t nextEntryPoint(const std::filesystem::path& url);
-    void decodeMusic(const std::filesystem::path& url, double over);
-    void crossfadeMusic(LoadedSources sources, const std::optional<std::filesystem::path>& url, double over);
-    void finishMusicCrossfade();
-    // Steps the layer's progress on the main loop over `over` seconds, then
-    // calls finish; without a length, finishes at once.
-    void runCrossfade(LayerCrossfade AmbientAudioEngine::*layer, double over, Finish finish);
-    void stepCrossfade(LayerCrossfade AmbientAudioEngine::*layer, Finish finish);
-    void decodeAmbience(const std::filesystem::path& url, double over);
-    std::shared_ptr<PCMBuffer> heldAmbience(const std::filesystem::path& url) const;
-    void crossfadeAmbience(std::shared_ptr<PCMBuffer> buffer, const std::optional<std::filesystem::path>& url, double over);
-    void finishAmbienceCrossfade();
-    void ambienceSettled(bool decoded);
-    void scheduleRetiredRelease();
-    void releaseRetired();
-    void watchForStreamFailure(const std::shared_ptr<LoopStreamer>& streamer);
     void streamFailed(const LoopStreamer* streamer);
+    void ambienceSettled(bool decoded);
 
     Services services_;
 
     State state_ = State::idle;
     std::optional<WorldPackage> world_;
-    std::optional<std::filesystem::path> musicURL_;
-    std::optional<std::filesystem::path> ambienceURL_;
     float musicVolume_ = 0.5f;
     float ambienceVolume_ = 0.7f;
     bool isMuted_ = false;
     bool suppressMuteObserver_ = false;
     std::unique_ptr<AudioMixer> engine_;
     std::shared_ptr<OfflineAudioOutput> offlineOutput_;
-    std::shared_ptr<AudioPlayer> musicNode_;
-    std::shared_ptr<AudioPlayer> ambienceNode_;
-    std::optional<MusicSource> musicSource_;
-    std::shared_ptr<PCMBuffer> ambienceBuffer_;
-    std::vector<Outgoing> outgoing_;
-    // A music switch asked for while another was decoding; the latest wins.
-    std::optional<std::optional<std::filesystem::path>> pendingSwitch_;
-    // The music being decoded for a switch.
-    std::optional<std::filesystem::path> switchingTo_;
+    AudioLayer music_;
+    AudioLayer ambience_;
     double lastFadeIn_ = 2.5;
     // Per music file, the index of the next entry point; kept across stops so
     // that every session begins somewhere new.
     std::map<std::filesystem::path, std::size_t> entryCursor_;
-    std::vector<std::shared_ptr<AudioPlayer>> retiring_;
-    LayerCrossfade musicCrossfade_;
-    int switchGeneration_ = 0;
-    std::vector<OutgoingAmbience> outgoingAmbience_;
-    std::vector<RetiringAmbience> retiringAmbience_;
-    std::optional<std::optional<std::filesystem::path>> pendingAmbience_;
-    std::optional<std::filesystem::path> ambienceDecodingTo_;
-    bool isDecodingAmbience_ = false;
-    int ambienceDecodesStarted_ = 0;
-    LayerCrossfade ambienceCrossfade_;
     std::vector<AmbienceWaiter> ambienceWaiters_;
     int nextWaiterID_ = 0;
     const std::optional<AudioFormat> offlineFormat_;
@@ -308,7 +244,6 @@ private:
     std::shared_ptr<Cancellable> configObserver_;
     // Shared with the decodes this session started.
     std::shared_ptr<std::atomic<bool>> decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
-    bool retiredReleasePosted_ = false;
 
     // Lets timers, observers and posted work that outlive the engine find it gone.
     std::shared_ptr<AmbientAudioEngine*> self_;

@@ -39,7 +39,7 @@ AudioMixer::AudioMixer(RunLoop& mainLoop, std::shared_ptr<AudioOutput> output, d
     : mainLoop_(mainLoop)
     , output_(std::move(output))
     , sampleRate_(sampleRate)
-    , finished_(std::make_shared<AudioPlayer::Finished>())
+    , finished_(std::make_shared<std::atomic<bool>>(false))
     , self_(std::make_shared<AudioMixer*>(this))
 {
     HM_PRECONDITION(output_ != nullptr, "a mixer plays through an output");
@@ -60,16 +60,27 @@ AudioMixer::~AudioMixer()
     output_->setDeviceChangeHandler({});
     if (drainTimer_)
         drainTimer_->cancel();
-    for (const auto& player : players_)
-        player->stop();
-    // Completions still owed run on the loop, after the mixer is gone.
-    if (finished_->any.load(std::memory_order_acquire))
-        mainLoop_.post([finished = finished_] { finished->drain(); });
+    // Nothing renders any more: every entry can be taken now. Completions
+    // still owed run on the loop, after the mixer is gone.
+    auto done = std::make_shared<std::vector<AudioPlayer::Entry>>();
+    for (auto* list : {&players_, &removed_})
+        for (const auto& player : *list) {
+            player->stop();
+            player->reclaim(true, *done);
+        }
+    if (!done->empty())
+        mainLoop_.post([done] {
+            for (AudioPlayer::Entry& entry : *done) {
+                entry.buffer.reset();
+                if (entry.completion)
+                    entry.completion();
+            }
+        });
 }
 
 std::shared_ptr<AudioPlayer> AudioMixer::addPlayer()
 {
-    auto player = std::make_shared<AudioPlayer>(finished_);
+    auto player = std::shared_ptr<AudioPlayer>(new AudioPlayer(finished_));
     players_.push_back(player);
     publish();
     return player;
@@ -83,6 +94,7 @@ void AudioMixer::removePlayer(const std::shared_ptr<AudioPlayer>& player)
     players_.erase(it);
     publish();
     player->stop();
+    removed_.push_back(player);
     drainSoon();
 }
 
@@ -120,10 +132,10 @@ std::expected<void, std::string> AudioMixer::start()
             if (!self)
                 return;
             AudioMixer& mixer = **self;
-            if (mixer.finished_->any.load(std::memory_order_acquire))
-                mixer.finished_->drain();
             if (mixer.snapshots_.size() > 1)
                 mixer.collectSnapshots();
+            if (mixer.finished_->load(std::memory_order_acquire))
+                mixer.drain(); // last: a completion may end the mixer
         });
     }
     return {};
@@ -149,13 +161,41 @@ void AudioMixer::stop()
 
 void AudioMixer::drainSoon()
 {
-    if (*drainPosted_ || !finished_->any.load(std::memory_order_acquire))
+    if (*drainPosted_ || !finished_->load(std::memory_order_acquire))
         return;
     *drainPosted_ = true;
-    mainLoop_.post([finished = finished_, posted = drainPosted_] {
+    mainLoop_.post([weak = std::weak_ptr<AudioMixer*>(self_), posted = drainPosted_] {
         *posted = false;
-        finished->drain();
+        if (auto self = weak.lock())
+            (*self)->drain();
     });
+}
+
+void AudioMixer::drain()
+{
+    finished_->store(false, std::memory_order_relaxed);
+    // A player that the snapshot under way does not hold is out of the render
+    // thread's reach: the next quantum sees its drops before anything else.
+    const Snapshot* walking = rendering_.load(std::memory_order_seq_cst);
+    auto unreachable = [walking](const std::shared_ptr<AudioPlayer>& player) {
+        return walking == nullptr || std::ranges::find(walking->players, player) == walking->players.end();
+    };
+    std::vector<AudioPlayer::Entry> done;
+    bool owed = false;
+    for (const auto& player : players_)
+        owed |= !player->reclaim(unreachable(player), done);
+    std::erase_if(removed_, [&](const std::shared_ptr<AudioPlayer>& player) {
+        bool settled = player->reclaim(unreachable(player), done);
+        owed |= !settled;
+        return settled;
+    });
+    if (owed)
+        finished_->store(true, std::memory_order_relaxed); // the render thread acknowledges them soon
+    for (AudioPlayer::Entry& entry : done) {
+        entry.buffer.reset(); // let go first, so that the completion may reuse or free it
+        if (entry.completion)
+            entry.completion();
+    }
 }
 
 void AudioMixer::deviceChanged()

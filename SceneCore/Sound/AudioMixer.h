@@ -21,10 +21,10 @@ namespace hushmeadows {
 // quantum, so no gain change is ever a step.
 //
 // Threads: the render thread walks an immutable snapshot of the player list,
-// swapped in atomically by the main thread; it takes no lock but each
-// player's own, which the main thread holds only for constant-time work.
-// Completions reach the main loop through the players' finished list, drained
-// by a timer every drainInterval while running, and by drainSoon().
+// swapped in atomically by the main thread, and takes no lock at all. What
+// the players are done with is emptied on the main loop, by a timer every
+// drainInterval while running and by drainSoon(): buffers are released and
+// completions run there.
 class AudioMixer final : public AudioRenderSource {
 public:
     static constexpr double defaultSampleRate = 48000;
@@ -73,6 +73,8 @@ private:
     };
 
     void publish();
+    // Empties what the players are done with, then runs their completions.
+    void drain();
     // Frees snapshots the render thread can no longer be walking.
     void collectSnapshots();
     void deviceChanged();
@@ -80,8 +82,11 @@ private:
     RunLoop& mainLoop_;
     std::shared_ptr<AudioOutput> output_;
     double sampleRate_;
-    std::shared_ptr<AudioPlayer::Finished> finished_;
+    // Raised whenever a player has entries for drain() to empty.
+    std::shared_ptr<std::atomic<bool>> finished_;
     std::vector<std::shared_ptr<AudioPlayer>> players_;
+    // Removed players whose dropped entries are still owed their completions.
+    std::vector<std::shared_ptr<AudioPlayer>> removed_;
     std::atomic<float> outputVolume_{1.0f};
     float heardOutputGain_ = -1.0f; // render thread only
     // The snapshot render reads, and the one it is walking now (null between quanta).

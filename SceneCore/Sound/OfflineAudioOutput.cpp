@@ -29,17 +29,20 @@ std::expected<void, std::string> OfflineAudioOutput::pull(std::uint32_t frames, 
         source_->render(scratch_.data(), static_cast<int>(frames));
     else
         std::fill_n(scratch_.begin(), 2 * static_cast<std::size_t>(frames), 0.0f);
+    // Indexed by size_t, so that the compiler need not keep 32-bit wrapping
+    // and the loops vectorise.
     const float* mix = scratch_.data();
+    const std::size_t count = frames;
     if (buffer.channelCount() == 2) {
         float* left = buffer.channelData(0);
         float* right = buffer.channelData(1);
-        for (std::uint32_t i = 0; i < frames; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             left[i] = mix[2 * i];
             right[i] = mix[2 * i + 1];
         }
     } else {
         float* mono = buffer.channelData(0);
-        for (std::uint32_t i = 0; i < frames; ++i)
+        for (std::size_t i = 0; i < count; ++i)
             mono[i] = (mix[2 * i] + mix[2 * i + 1]) * 0.5f;
     }
     buffer.setFrameLength(frames);

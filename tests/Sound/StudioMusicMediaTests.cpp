@@ -34,54 +34,28 @@ protected:
     std::vector<std::string> audioLines() const { return log.lines("audio"); }
 };
 
-TEST_F(StudioMusicTest, AGoodOverlayGivesTracksByPhase)
-{
-    testing::copyFile(track, overlay / "day.flac");
-    testing::copyFile(track, overlay / "main.flac");
-    writeManifest(manifest({{"day", {{"file", "day.flac"}, {"frames", 12000}, {"entryPoints", {{{"frame", 0}}, {{"frame", 6000}}, {{"frame", 99999}}}}}},
-                            {"main", {{"file", "main.flac"}}}}));
-    auto studio = load();
-    ASSERT_TRUE(studio);
-    EXPECT_TRUE(audioLines().empty());
-    EXPECT_EQ(studio->url(DayPhase::day)->filename(), "day.flac");
-    EXPECT_EQ(studio->url(DayPhase::night)->filename(), "main.flac");
-    EXPECT_EQ(studio->url(std::nullopt)->filename(), "main.flac");
-    EXPECT_EQ(studio->entryPoints.at(*studio->url(DayPhase::day)), (std::vector<std::int64_t>{0, 6000}));
-    EXPECT_EQ(StudioMusic::overlayRoot(worlds), dir / "StudioMusic");
-}
-
 TEST_F(StudioMusicTest, EachRefusalSaysWhy)
 {
     testing::copyFile(track, overlay / "main.flac");
-    testing::writeText(overlay / "studio.json", std::string(1'048'577, ' '));
-    EXPECT_FALSE(load());
-    testing::writeText(overlay / "studio.json", "{ nope");
-    EXPECT_FALSE(load());
-
-    auto good = manifest({{"main", {{"file", "main.flac"}}}});
-    for (auto [key, value] : std::vector<std::pair<std::string, Json>>{{"formatVersion", 2}, {"world", "lake"}, {"style", "classic"}}) {
-        auto changed = good;
-        changed[key] = value;
-        writeManifest(changed);
-        EXPECT_FALSE(load()) << key;
-    }
-
-    writeManifest(manifest({{"main", {{"file", "main.flac"}, {"frames", 12001}}}}));
-    EXPECT_FALSE(load());
-    writeManifest(manifest({{"main", {{"file", "gone.flac"}}}}));
-    EXPECT_FALSE(load());
     testing::copyFile(track, dir / "outside.flac");
-    writeManifest(manifest({{"main", {{"file", "../../outside.flac"}}}}));
-    EXPECT_FALSE(load());
-
-    EXPECT_THAT(audioLines(), ElementsAre("Studio music for meadow: studio.json is unreadable; using Classic",
-                                          "Studio music for meadow: studio.json is unreadable; using Classic",
-                                          "Studio music for meadow: studio.json doesn't match this world or format; using Classic",
-                                          "Studio music for meadow: studio.json doesn't match this world or format; using Classic",
-                                          "Studio music for meadow: studio.json doesn't match this world or format; using Classic",
-                                          "Studio music for meadow: the main track is missing, unreadable or not the expected file",
-                                          "Studio music for meadow: the main track is missing, unreadable or not the expected file",
-                                          "Studio music for meadow: the main track is missing, unreadable or not the expected file"));
+    const std::string unreadable = "studio.json is unreadable; using Classic";
+    const std::string mismatched = "studio.json doesn't match this world or format; using Classic";
+    const std::string badTrack = "the main track is missing, unreadable or not the expected file";
+    auto with = [this](const std::string& key, Json value) { auto m = manifest({{"main", {{"file", "main.flac"}}}}); m[key] = value; return m.dump(); };
+    for (auto [text, why] : std::vector<std::pair<std::string, std::string>>{
+             {std::string(1'048'577, ' '), unreadable},
+             {"{ nope", unreadable},
+             {with("formatVersion", 2), mismatched},
+             {with("world", "lake"), mismatched},
+             {with("style", "classic"), mismatched},
+             {manifest({{"main", {{"file", "main.flac"}, {"frames", 12001}}}}).dump(), badTrack},
+             {manifest({{"main", {{"file", "gone.flac"}}}}).dump(), badTrack},
+             {manifest({{"main", {{"file", "../../outside.flac"}}}}).dump(), badTrack}}) {
+        log.clear();
+        testing::writeText(overlay / "studio.json", text);
+        EXPECT_FALSE(load()) << text.substr(0, 80);
+        EXPECT_THAT(audioLines(), ElementsAre("Studio music for meadow: " + why)) << text.substr(0, 80);
+    }
 }
 
 TEST_F(StudioMusicTest, AWorldFolderLinkedOutsideTheOverlayIsRefused)
@@ -106,13 +80,18 @@ WorldPackage worldWithMusic(const fs::path& root, std::optional<WorldManifest::T
     return WorldPackage(root, m, {});
 }
 
-TEST_F(StudioMusicTest, SelectionPrefersTheStyleAndFallsBackToWhateverExists)
+TEST_F(StudioMusicTest, AGoodOverlayGivesTracksByPhaseAndSelectionPrefersTheStyleThenWhateverExists)
 {
     testing::copyFile(track, overlay / "day.flac");
     testing::copyFile(track, overlay / "main.flac");
-    writeManifest(manifest({{"day", {{"file", "day.flac"}}}, {"main", {{"file", "main.flac"}}}}));
+    writeManifest(manifest({{"day", {{"file", "day.flac"}, {"frames", 12000}, {"entryPoints", {{{"frame", 0}}, {{"frame", 6000}}, {{"frame", 99999}}}}}},
+                            {"main", {{"file", "main.flac"}}}}));
     auto studio = load();
     ASSERT_TRUE(studio);
+    EXPECT_TRUE(audioLines().empty());
+    EXPECT_EQ(studio->entryPoints.at(*studio->url(DayPhase::day)), (std::vector<std::int64_t>{0, 6000})) << "past the end is dropped";
+    EXPECT_EQ(studio->url(std::nullopt)->filename(), "main.flac");
+    EXPECT_EQ(StudioMusic::overlayRoot(worlds), dir / "StudioMusic");
     auto root = worlds / "meadow.hushmeadow";
     auto classic = worldWithMusic(root, WorldManifest::Track{"music.flac", 0.5, std::nullopt});
 

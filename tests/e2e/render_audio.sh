@@ -15,10 +15,8 @@ rms() { sox "$1" -n trim "$2" "$3" stat 2>&1 | awk '/RMS +amplitude/ {print $3}'
 maxamp() { sox "$1" -n stat 2>&1 | awk '/Maximum amplitude/ {print $3}'; }
 
 "$program" render-audio "$world" --seconds 6 --out day.wav --phase day > out.txt 2> err.txt
-[ "$(soxi -r day.wav)" = 48000 ] || fail "rate"
-[ "$(soxi -c day.wav)" = 2 ] || fail "channels"
-[ "$(soxi -s day.wav)" = 288000 ] || fail "length $(soxi -s day.wav)"
-soxi day.wav | grep -q "32-bit Floating Point PCM" || fail "encoding"
+[ "$(soxi -r day.wav) $(soxi -c day.wav) $(soxi -s day.wav) $(soxi -b day.wav) $(soxi -e day.wav)" = "48000 2 288000 32 Floating Point PCM" ] \
+  || fail "format: $(soxi day.wav)"
 grep -q "audio acquired music=0.500000 ambience=0.700000 style=classic" err.txt || { cat err.txt; fail "not through the saver's arbiter"; }
 # The 4 s fade-in: the first quarter second is far quieter than the fifth second.
 start=$(rms day.wav 0 0.25); later=$(rms day.wav 5 0.5)

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace hushmeadows::testing {
 
@@ -15,6 +16,7 @@ public:
     struct Shared {
         int reads = 0;
         std::map<std::int64_t, Fault> faults; // position → fault, used up when it strikes
+        std::optional<std::int64_t> claimedLength; // what length() says, when it lies
     };
 
     static float left(std::int64_t frame) { return static_cast<float>(frame + 1); }
@@ -23,7 +25,7 @@ public:
     FakeAudioFile(std::int64_t length, double rate, std::shared_ptr<Shared> shared = std::make_shared<Shared>());
 
     AudioFormat processingFormat() const override { return AudioFormat{rate_, 2}; }
-    std::int64_t length() const override { return length_; }
+    std::int64_t length() const override { return shared_->claimedLength.value_or(length_); }
     std::int64_t framePosition() const override { return position_; }
     void setFramePosition(std::int64_t frame) override;
     std::expected<void, std::string> read(PCMBuffer& buffer, std::uint32_t frames) override;

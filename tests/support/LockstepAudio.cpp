@@ -27,25 +27,37 @@ AmbientAudioEngine::Services LockstepAudio::services(AudioFileOpener open, Ambie
     };
 }
 
-StereoSignal LockstepAudio::render(AmbientAudioEngine& engine)
-{
-    if (auto rendered = engine.renderOffline(stepFrames, *scratch_); !rendered)
-        throw std::runtime_error("offline rendering failed: " + rendered.error());
-    StereoSignal signal;
-    signal.append(*scratch_);
-    return signal;
-}
-
-StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count)
+StereoSignal LockstepAudio::renderSteps(AmbientAudioEngine& engine, int count, bool advance)
 {
     StereoSignal all;
     for (int i = 0; i < count; ++i) {
-        StereoSignal one = render(engine);
-        all.left.insert(all.left.end(), one.left.begin(), one.left.end());
-        all.right.insert(all.right.end(), one.right.begin(), one.right.end());
-        loop.advance(step);
+        if (auto rendered = engine.renderOffline(stepFrames, *scratch_); !rendered)
+            throw std::runtime_error("offline rendering failed: " + rendered.error());
+        all.append(*scratch_);
+        if (advance)
+            loop.advance(step);
     }
     return all;
+}
+
+WorldPackage soundWorld(const std::filesystem::path& root, const std::string& id, std::optional<std::string> music,
+                        std::optional<std::string> ambience, double musicLevel, double ambienceLevel)
+{
+    WorldManifest manifest;
+    manifest.id = id;
+    manifest.name = id;
+    manifest.visual.file = "loop.mp4";
+    if (music)
+        manifest.audio.music = WorldManifest::Track{*music, musicLevel, std::nullopt};
+    if (ambience)
+        manifest.audio.ambience = WorldManifest::Track{*ambience, ambienceLevel, std::nullopt};
+    return WorldPackage(root, manifest, {});
+}
+
+std::filesystem::path writeConstant(const std::filesystem::path& file, float left, float right)
+{
+    writeFloatWav(file, static_cast<int>(LockstepAudio::sampleRate), 2, 4800, [=](std::int64_t, int c) { return c == 0 ? left : right; });
+    return file;
 }
 
 } // namespace hushmeadows::testing

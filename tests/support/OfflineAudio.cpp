@@ -16,6 +16,18 @@ void StereoSignal::append(const PCMBuffer& buffer)
     right.insert(right.end(), r, r + buffer.frameLength());
 }
 
+void StereoSignal::append(const StereoSignal& more)
+{
+    left.insert(left.end(), more.left.begin(), more.left.end());
+    right.insert(right.end(), more.right.begin(), more.right.end());
+}
+
+bool StereoSignal::isSilent() const
+{
+    auto zero = [](float sample) { return sample == 0.0f; };
+    return std::ranges::all_of(left, zero) && std::ranges::all_of(right, zero);
+}
+
 OfflineMixer::OfflineMixer(ManualRunLoop& loop, double sampleRate, std::uint32_t quantum)
     : loop_(loop)
     , output_(std::make_shared<OfflineAudioOutput>(quantum))

@@ -19,7 +19,9 @@ struct StereoSignal {
     std::vector<float> left;
     std::vector<float> right;
     std::size_t size() const { return left.size(); }
+    bool isSilent() const;
     void append(const PCMBuffer& buffer);
+    void append(const StereoSignal& more);
 };
 
 // A started mixer on an offline output, pulled in quanta the way a device
@@ -28,8 +30,7 @@ class OfflineMixer {
 public:
     explicit OfflineMixer(ManualRunLoop& loop, double sampleRate = 48000, std::uint32_t quantum = 4096);
     AudioMixer& mixer() { return mixer_; }
-    // Renders `frames` frames in quanta; after each the main loop runs what
-    // is due, then `between` runs.
+    // Renders `frames` frames in quanta, each followed by what is due on the loop, then `between`.
     StereoSignal render(std::int64_t frames, const std::function<void()>& between = {});
 
 private:
@@ -40,8 +41,7 @@ private:
     std::shared_ptr<PCMBuffer> scratch_;
 };
 
-// An output at the port that the test pulls itself, on any thread, and that
-// reports device changes when the test calls `changed`.
+// An output at the port that the test pulls itself, on any thread; `changed` reports a device change.
 class ManualOutput final : public AudioOutput {
 public:
     std::expected<void, std::string> start(AudioRenderSource& renderSource, double sampleRate) override;
@@ -60,8 +60,7 @@ public:
 std::shared_ptr<PCMBuffer> makeBuffer(std::uint32_t frames, const std::function<float(std::uint32_t)>& left,
                                       const std::function<float(std::uint32_t)>& right = {}, double sampleRate = 48000);
 
-// Writes a WAV of 32-bit float samples, so that what decodes is exactly what
-// was written: frame i of channel c holds sample(i, c).
+// A WAV of 32-bit floats, decoding to exactly what was written: frame i of channel c holds sample(i, c).
 void writeFloatWav(const std::filesystem::path& file, int sampleRate, int channels, std::int64_t frames,
                    const std::function<float(std::int64_t frame, int channel)>& sample);
 
