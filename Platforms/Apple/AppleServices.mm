@@ -209,27 +209,6 @@ void AppleLogSink::write(const LogRecord& record)
     os_log_with_type(log, type, "%{public}s", line.c_str());
 }
 
-std::optional<PixelSize> AppleImageDecoder::pixelSize(const std::filesystem::path& file) const
-{
-    CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);
-    if (!source)
-        return std::nullopt;
-    std::optional<PixelSize> size;
-    CFDictionaryRef properties = CGImageSourceCopyPropertiesAtIndex(source, 0, nullptr);
-    if (properties) {
-        CFNumberRef width = (CFNumberRef)CFDictionaryGetValue(properties, kCGImagePropertyPixelWidth);
-        CFNumberRef height = (CFNumberRef)CFDictionaryGetValue(properties, kCGImagePropertyPixelHeight);
-        int w = 0;
-        int h = 0;
-        if (width && height && CFGetTypeID(width) == CFNumberGetTypeID() && CFGetTypeID(height) == CFNumberGetTypeID()
-            && CFNumberGetValue(width, kCFNumberIntType, &w) && CFNumberGetValue(height, kCFNumberIntType, &h))
-            size = PixelSize{w, h};
-        CFRelease(properties);
-    }
-    CFRelease(source);
-    return size;
-}
-
 std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file, PixelFormat format) const
 {
     CGImageSourceRef source = CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), nullptr);

@@ -78,7 +78,7 @@ struct SaverProcess {
         Environment environment = Environment::fromProcess(realHome());
         Environment::install(environment);
         PosterStore::installShared(std::make_unique<PosterStore>(mainLoop, std::make_unique<DispatchSerialQueue>(PosterStore::queueLabel),
-                                                                 std::make_shared<AppleImageDecoder>()));
+                                                                 std::make_shared<AppleImageDecoder>(), media));
     }
 
     static std::optional<std::filesystem::path> realHome()
