@@ -17,8 +17,6 @@ extern "C" {
 namespace hushmeadows {
 namespace {
 
-using testing::TempDir;
-
 class FFmpegMediaProbeTest : public ::testing::Test {
 protected:
     // Broken files are the point of many cases here; FFmpeg's complaints
@@ -38,7 +36,7 @@ protected:
     }
 
     FFmpegMediaProbe inspector;
-    TempDir dir;
+    testing::TempDir dir;
 };
 
 TEST_F(FFmpegMediaProbeTest, PixelSizeComesFromTheContentOfAReadableImageOnly)
@@ -108,18 +106,15 @@ TEST_F(FFmpegMediaProbeTest, ProbeNamesTheStepAVideoFailsAt)
 {
     testing::writeText(dir / "notes.mp4", "a text file under a video name\n");
     testing::writeText(dir / "empty.mp4", "");
+    using enum VideoProbeFailure;
     const std::pair<std::filesystem::path, std::optional<VideoProbeFailure>> cases[] = {
-        {testing::video(), std::nullopt},
-        {testing::video({.exact = true}), std::nullopt},
+        {testing::video(), std::nullopt}, {testing::video({.exact = true}), std::nullopt},
         {testing::video({.width = 33, .height = 17, .container = "mov"}), std::nullopt},
-        {testing::video({.fps = 1, .seconds = 1, .container = "mkv"}), std::nullopt},
-        {testing::video({.container = "webm"}), std::nullopt},
-        {dir / "notes.mp4", VideoProbeFailure::notReadable},
-        {dir / "empty.mp4", VideoProbeFailure::notReadable},
-        {dir / "missing.mp4", VideoProbeFailure::notReadable},
-        {dir / "fifo", VideoProbeFailure::notReadable},
-        {testing::audio({.container = "m4a"}), VideoProbeFailure::noVideoTrack},
-        {testing::audio(), VideoProbeFailure::notReadable}, // a WAV is no movie container
+        {testing::video({.fps = 1, .seconds = 1, .container = "mkv"}), std::nullopt}, {testing::video({.container = "webm"}), std::nullopt},
+        // Wider than playback shows, though small once decoded.
+        {testing::video({.width = 4098, .height = 16}), unsupportedFormat},
+        {dir / "notes.mp4", notReadable}, {dir / "empty.mp4", notReadable}, {dir / "missing.mp4", notReadable}, {dir / "fifo", notReadable},
+        {testing::audio({.container = "m4a"}), noVideoTrack}, {testing::audio(), notReadable}, // a WAV is no movie container
     };
     for (const auto& [file, expected] : cases) {
         auto result = inspector.probeVideo(file);
@@ -134,15 +129,12 @@ TEST_F(FFmpegMediaProbeTest, PlaylistsNamingAnotherVideoAreRefused)
     // Absolute locations: they resolve no matter what the file is opened as.
     auto real = dir / "elsewhere" / "real.mp4";
     testing::copyFile(testing::video(), real);
-    std::string playlist = "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.5,\n" + real.string()
-        + "\n#EXT-X-ENDLIST\n";
     for (std::string name : {"clip.m3u8", "clip.mp4"}) {
         SCOPED_TRACE(name);
         auto file = dir / "package" / name;
-        testing::writeText(file, playlist);
+        testing::writeText(file, "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.5,\n" + real.string() + "\n#EXT-X-ENDLIST\n");
         auto seen = testing::runCommand("ffprobe -v error -show_entries stream=codec_type -of csv=p=0 " + testing::shellQuoted(file.string()));
         ASSERT_NE(seen.find("video"), std::string::npos) << "the playlist is not a working one";
-
         auto result = inspector.probeVideo(file);
         ASSERT_TRUE(result) << "probed through the playlist";
         EXPECT_EQ(result->failure, VideoProbeFailure::notReadable);

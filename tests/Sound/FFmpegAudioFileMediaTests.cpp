@@ -15,16 +15,11 @@ namespace {
 namespace fs = std::filesystem;
 namespace kit = hushmeadows::testing;
 
-const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y ";
-
-std::unique_ptr<AudioFile> openOrFail(const fs::path& file, double rate = 48000)
+std::unique_ptr<AudioFile> openOrFail(const fs::path& file)
 {
-    auto opened = FFmpegAudioFile::open(file, rate);
-    if (!opened) {
-        ADD_FAILURE() << file << ": " << opened.error();
-        return nullptr;
-    }
-    return std::move(*opened);
+    auto opened = FFmpegAudioFile::open(file, 48000);
+    EXPECT_TRUE(opened) << file << ": " << (opened ? "" : opened.error());
+    return opened ? std::move(*opened) : nullptr;
 }
 
 // One plane per channel of up to `count` frames read from the file's position
@@ -49,28 +44,25 @@ Frames readFrames(AudioFile& file, std::int64_t count, std::uint32_t chunk = 100
     return frames;
 }
 
-// Files whose every frame is known: 16-bit samples written to WAV, then FLAC.
+// Files whose every frame is known: whole 16-bit steps, written as float,
+// converted to 16-bit WAV and to FLAC (exactly, as they are whole steps).
 struct KnownSamples {
-    static constexpr std::int64_t frames = 10'007;
-    static std::int16_t sample(std::int64_t i, int c)
+    static std::optional<float> expected(std::int64_t i, int c)
     {
-        return static_cast<std::int16_t>(c == 0 ? (i * 7919) % 65'536 - 32'768 : 32'767 - (i * 31) % 65'535);
+        return static_cast<std::int16_t>(c == 0 ? (i * 7919) % 65'536 - 32'768 : 32'767 - (i * 31) % 65'535) / 32768.0f;
     }
     static const fs::path& file(const std::string& extension)
     {
         static kit::TempDir dir;
         static fs::path wav = [] {
-            // Float samples that are whole 16-bit steps convert to 16 bits exactly.
-            kit::writeFloatWav(dir / "float.wav", 48000, 2, frames, [](std::int64_t i, int c) { return expected(i, c).value(); });
-            for (const char* codec : {"pcm_s16le -f wav", "flac"})
-                kit::runCommand(ffmpeg + "-i " + kit::shellQuoted((dir / "float.wav").string()) + " -c:a " + codec + " "
-                                + kit::shellQuoted((dir / (std::string(codec) == "flac" ? "known.flac" : "known.wav")).string()));
+            kit::writeFloatWav(dir / "float.wav", 48000, 2, 10'007, [](std::int64_t i, int c) { return expected(i, c).value(); });
+            for (std::string to : {"-c:a pcm_s16le known.wav", "-c:a flac known.flac"})
+                kit::runCommand("cd " + kit::shellQuoted(dir.path().string()) + " && ffmpeg -hide_banner -loglevel error -nostdin -y -i float.wav " + to);
             return dir / "known.wav";
         }();
         static fs::path flac = dir / "known.flac";
         return extension == "wav" ? wav : flac;
     }
-    static std::optional<float> expected(std::int64_t i, int c) { return sample(i, c) / 32768.0f; }
 };
 
 template <const char* Extension>

@@ -7,14 +7,9 @@
 # is open and must be gone within the limit.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-program=$(realpath "$1")
-work=$2
-rm -rf "$work"; mkdir -p "$work"
-cd "$work"
+program=$(realpath "$1") work=$2 limit_ms=200
+rm -rf "$work"; mkdir -p "$work"; cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
-quiet=(-hide_banner -loglevel error -y)
-limit_ms=200
-
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
 export XDG_RUNTIME_DIR=$work/run SDL_AUDIODRIVER=dummy
 mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
@@ -22,24 +17,22 @@ unset HUSHMEADOWS_DEBUG
 
 world=$XDG_DATA_HOME/hushmeadows/Worlds/long.hushmeadow
 mkdir -p "$world"
-ffmpeg "${quiet[@]}" -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p "$world/loop.mp4"
-ffmpeg "${quiet[@]}" -f lavfi -i anullsrc=r=8000:cl=mono -t 21600 -c:a flac music.flac
-ffmpeg "${quiet[@]}" -f lavfi -i anullsrc=r=8000:cl=mono -t 60 -c:a libmp3lame -b:a 8k -write_xing 0 -id3v2_version 0 minute.mp3
+ff() { ffmpeg -hide_banner -loglevel error -y -f lavfi "$@"; }
+ff -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p "$world/loop.mp4"
+ff -i anullsrc=r=8000:cl=mono -t 21600 -c:a flac music.flac
+ff -i anullsrc=r=8000:cl=mono -t 60 -c:a libmp3lame -b:a 8k -write_xing 0 -id3v2_version 0 minute.mp3
 python3 -c "
-import sys
+import json, sys
 flac = bytearray(open('music.flac', 'rb').read()); flac[21] &= 0xF0; flac[22:26] = bytes(4)
 open(sys.argv[1] + '/music.flac', 'wb').write(flac)
-open(sys.argv[1] + '/ambience.mp3', 'wb').write(open('minute.mp3', 'rb').read() * 360)" "$world"
-track='{"file":"%s","defaultVolume":0.5}'
-printf "{\"formatVersion\":1,\"id\":\"long\",\"name\":\"Long\",\"visual\":{\"file\":\"loop.mp4\"},\"audio\":{\"music\":$track,\"ambience\":$track}}" \
-  music.flac ambience.mp3 > "$world/world.json"
-"$program" settings set screenSaverAudioEnabled true > /dev/null
-"$program" settings set selectedWorldID long > /dev/null
+open(sys.argv[1] + '/ambience.mp3', 'wb').write(open('minute.mp3', 'rb').read() * 360)
+audio = {layer: {'file': name, 'defaultVolume': 0.5} for layer, name in (('music', 'music.flac'), ('ambience', 'ambience.mp3'))}
+json.dump({'formatVersion': 1, 'id': 'long', 'name': 'Long', 'visual': {'file': 'loop.mp4'}, 'audio': audio}, open(sys.argv[1] + '/world.json', 'w'))" "$world"
+for setting in "screenSaverAudioEnabled true" "selectedWorldID long"; do "$program" settings set $setting > /dev/null; done
 
 source "$here/../../tools/xvfb.sh"
 start_xvfb 150 179 640x360 || fail "no free display"
-runner=""
-trap '[ -z "$runner" ] || kill -KILL "$runner" 2>/dev/null; kill "$xvfb_pid" 2>/dev/null || true' EXIT
+runner=""; trap '[ -z "$runner" ] || kill -KILL "$runner" 2>/dev/null; kill "$xvfb_pid" 2>/dev/null || true' EXIT
 
 # Once the log holds `after` and the program has one of the long files open,
 # SIGTERM; then the milliseconds until it is gone (a zombie is gone: only the
@@ -66,12 +59,9 @@ print(round((time.monotonic() - sent) * 1000))" "$@"
 for case in "saver|scanning|saver|" "saver|loading the sound|saver|audio acquired" "play|scanning|play|] init " \
             "render-audio|loading the sound|render-audio long --seconds 1 --out out.wav|"; do
   IFS='|' read -r name moment command after <<< "$case"
-  # shellcheck disable=SC2086 # the command's words
-  "$program" $command > log.txt 2>&1 &
-  runner=$!
+  "$program" $command > log.txt 2>&1 & runner=$!
   ms=$(term_ms "$runner" "$after") || { cat log.txt >&2; fail "$name $moment: $ms"; }
-  set +e; wait "$runner"; status=$?; set -e
-  runner=""
+  status=0; wait "$runner" || status=$?; runner=""
   echo "$name, SIGTERM while $moment: gone after $ms ms (exit status $status)"
   [ "$ms" -le "$limit_ms" ] || { cat log.txt >&2; fail "$name took $ms ms to end, more than $limit_ms"; }
 done
