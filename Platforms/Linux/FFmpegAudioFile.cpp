@@ -176,7 +176,7 @@ std::expected<std::unique_ptr<AudioFile>, std::string> FFmpegAudioFile::open(con
     auto decoder = FFmpegInput::openDecoder(*stream);
     if (!decoder)
         return std::unexpected(decoderErrorText(decoder.error()));
-    auto stated = FFmpegAudioLength::stated(*input, *stream);
+    auto stated = FFmpegAudioLength::stated(file, *input, *stream);
     auto length = stated ? *stated : FFmpegAudioLength::counted(*input, *stream, **decoder);
     if (!length)
         return std::unexpected(length.error());

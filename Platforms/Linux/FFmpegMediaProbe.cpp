@@ -61,7 +61,7 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const 
         return std::unexpected(*problem);
 
     AudioFileInfo info{.sampleRate = static_cast<double>(parameters.sample_rate), .channelCount = parameters.ch_layout.nb_channels};
-    if (auto stated = FFmpegAudioLength::stated(*input, *stream)) {
+    if (auto stated = FFmpegAudioLength::stated(file, *input, *stream)) {
         // Stated lengths need no decoder, but one must exist to play the file.
         if (!avcodec_find_decoder(parameters.codec_id))
             return std::unexpected(std::string("no decoder for the audio codec"));
