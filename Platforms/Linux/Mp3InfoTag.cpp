@@ -46,7 +46,7 @@ std::optional<Mp3InfoTag> Mp3InfoTag::parse(std::string_view frame)
 
     // The Xing header sits where the side information of an audio frame ends.
     std::size_t at = 4 + (mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17));
-    if (frame.size() < at + 8)
+    if (frame.size() < at + 12)
         return std::nullopt;
     std::string_view tag = frame.substr(at, 4);
     std::uint32_t flags = bigEndian(frame, at + 4, 4);
