@@ -46,7 +46,7 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const 
     // FLAC states its format and exact length up front: no decoder needed.
     auto ends = PosixFileAccess::ends(file, 42, 0);
     if (auto flac = ends ? FlacStreamInfo::parse(ends->head) : std::nullopt; flac && !AudioFileInfo::formatProblem(flac->sampleRate, flac->channelCount))
-        return AudioFileInfo{.sampleRate = flac->sampleRate, .channelCount = flac->channelCount, .lengthFrames = flac->lengthFrames};
+        return *flac;
 
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)

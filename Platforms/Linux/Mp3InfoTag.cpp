@@ -29,7 +29,7 @@ std::size_t Mp3InfoTag::audioStart(std::string_view first10)
     return 10 + size + ((static_cast<unsigned char>(first10[5]) & 0x10) ? 10 : 0);
 }
 
-std::optional<Mp3InfoTag> Mp3InfoTag::parse(std::string_view frame)
+std::optional<AudioFileInfo> Mp3InfoTag::parse(std::string_view frame)
 {
     if (frame.size() < 4)
         return std::nullopt;
@@ -65,7 +65,7 @@ std::optional<Mp3InfoTag> Mp3InfoTag::parse(std::string_view frame)
     std::int64_t length = static_cast<std::int64_t>(frames) * (mpeg1 ? 1152 : 576) - (trim >> 12) - (trim & 0xFFF);
     if (frames == 0 || length < 1)
         return std::nullopt;
-    return Mp3InfoTag{.sampleRate = static_cast<double>(rate), .channelCount = mono ? 1 : 2, .lengthFrames = length};
+    return AudioFileInfo{.sampleRate = static_cast<double>(rate), .channelCount = mono ? 1 : 2, .lengthFrames = length};
 }
 
 } // namespace hushmeadows

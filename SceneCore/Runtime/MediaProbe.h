@@ -1,5 +1,6 @@
 #pragma once
 
+#include "SceneCore/Runtime/AudioFileInfo.h"
 #include "SceneCore/Runtime/Image.h"
 
 #include <cstdint>
@@ -9,30 +10,6 @@
 #include <string>
 
 namespace hushmeadows {
-
-struct AudioFileInfo {
-    double sampleRate = 0;
-    int channelCount = 0;
-    std::int64_t lengthFrames = 0; // the true stream length, in frames at sampleRate
-
-    // Beyond what any audio device or resampler setting here is made for: a
-    // header that claims more is damaged or hostile.
-    static constexpr int highestSampleRate = 768'000;
-    static constexpr int mostChannels = 32;
-
-    // Why a sound in this format cannot be played, in words a person can act
-    // on; nothing when it can.
-    static std::optional<std::string> formatProblem(double sampleRate, int channelCount)
-    {
-        if (!(sampleRate > 0 && sampleRate <= highestSampleRate))
-            return "its sample rate of " + std::to_string(static_cast<long long>(sampleRate)) + " Hz is beyond the "
-                + std::to_string(highestSampleRate) + " Hz the saver can play";
-        if (channelCount < 1 || channelCount > mostChannels)
-            return "it has " + std::to_string(channelCount) + " channels, more than the " + std::to_string(mostChannels)
-                + " the saver can mix";
-        return std::nullopt;
-    }
-};
 
 // Why a video cannot be shown, in the order the probe finds out.
 enum class VideoProbeFailure {
