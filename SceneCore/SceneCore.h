@@ -15,6 +15,7 @@
 #include "SceneCore/Picture/SystemRandomGenerator.h"
 #include "SceneCore/Picture/VariationOrder.h"
 #include "SceneCore/Picture/VideoFile.h"
+#include "SceneCore/Runtime/AudioFileInfo.h"
 #include "SceneCore/Runtime/Bundle.h"
 #include "SceneCore/Runtime/Calendar.h"
 #include "SceneCore/Runtime/DecodingError.h"

@@ -4,6 +4,7 @@
 // Run from a Release build.
 
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/SDLSceneSurface.h"
 #include "Platforms/Linux/ThreadRunLoop.h"
 #include "Platforms/Linux/ThreadSerialQueue.h"
@@ -27,9 +28,10 @@ void BM_PosterStoreLoad4K(benchmark::State& state)
 {
     const auto& file = poster4K();
     auto decoder = std::make_shared<FFmpegImageDecoder>();
+    FFmpegMediaProbe headers;
     for (auto _ : state) {
         ThreadRunLoop loop;
-        PosterStore store(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), decoder);
+        PosterStore store(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), decoder, headers);
         PosterStore::EntryPtr entry;
         bool done = false;
         store.load(file, [&](PosterStore::EntryPtr loaded) {

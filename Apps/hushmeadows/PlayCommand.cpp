@@ -4,6 +4,7 @@
 #include "Apps/hushmeadows/WindowID.h"
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegInput.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/LinuxSaverSession.h"
@@ -17,6 +18,7 @@
 #include <SDL.h>
 
 #include <charconv>
+#include <cstdlib>
 #include <cstdint>
 #include <expected>
 #include <functional>
@@ -152,10 +154,14 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
         chooseWorld = [named = *world](const HushmeadowsSettings&) { return WorldChoice{{}, std::nullopt, named, "direct"}; };
 
     // Our own handlers, in place before SDL starts: the first SIGTERM or
-    // SIGINT ends the loop however early it comes, and the loop's thread then
-    // tears everything down in order.
+    // SIGINT ends the loop however early it comes, and whatever FFmpeg is
+    // reading gives up at once, so that a scan on the loop's thread cannot
+    // hold the exit up.
     SDLRunLoop loop;
-    TerminationSignals signals([&loop](int) { loop.quit(); });
+    TerminationSignals signals([&loop](int) {
+        FFmpegInput::abandonAll();
+        loop.quit();
+    });
 
     auto display = X11SaverDisplay::open();
     if (!display) {
@@ -189,7 +195,7 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
         SDL_ShowCursor(SDL_DISABLE);
 
     // The saver's view in its preview role: no activation, so no sound.
-    PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
+    PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>(), media);
     LinuxSaverAudio sound(loop, media);
     LinuxSaverSession session(**display, nullptr);
     ActivationMonitor activation;
@@ -212,9 +218,11 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     screen.view->startAnimation();
     loop.run();
     screen.view->stopAnimation();
-    loop.setEventHandler({});
-    loop.setBeforeWait({});
-    return 0;
+    // The picture has stopped: the kernel releases decoders, threads and the
+    // display at once, where an orderly teardown would wait for whatever the
+    // queues are still doing.
+    std::fflush(nullptr);
+    std::_Exit(0);
 }
 
 } // namespace hushmeadows

@@ -4,6 +4,7 @@
 #include "Apps/hushmeadows/WindowID.h"
 #include "Platforms/Linux/DisplayAudioLock.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegInput.h"
 #include "Platforms/Linux/LinuxSaverAudio.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"
 #include "Platforms/Linux/LinuxSaverSession.h"
@@ -115,8 +116,12 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         loop.quit();
     };
     // In place before SDL starts, so that the first SIGTERM, however early,
-    // ends the run; the stop itself runs on the loop.
-    TerminationSignals signals([&loop, &stopAll](int) { loop.post([&stopAll] { stopAll("SIGTERM"); }); });
+    // ends the run; the stop itself runs on the loop, and whatever FFmpeg is
+    // reading (a scan on the loop's thread, a sound loading) gives up at once.
+    TerminationSignals signals([&loop, &stopAll](int) {
+        loop.post([&stopAll] { stopAll("SIGTERM"); });
+        FFmpegInput::abandonAll();
+    });
 
     auto display = X11SaverDisplay::open();
     if (!display) {
@@ -151,7 +156,7 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     }
     SaverScreen::SDLVideo video;
 
-    PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>());
+    PosterStore posters(loop, std::make_unique<ThreadSerialQueue>(PosterStore::queueLabel), std::make_shared<FFmpegImageDecoder>(), media);
     LinuxSaverAudio sound(loop, media);
     DisplayAudioLock audio(sound.arbiter(), DisplayAudioLock::defaultPath());
     LinuxSaverSession session(x, options->mode == Mode::daemon ? parent : nullptr);

@@ -12,8 +12,6 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr double highestSampleRate = 768000;
-constexpr UInt32 mostChannels = 32;
 // The most frames a pass may end short of the length before the file counts
 // as cut short (one of the longest blocks of a lossy codec).
 constexpr std::int64_t lostTailTolerance = 8192;
@@ -62,12 +60,12 @@ std::expected<Opened, std::string> openFile(const std::filesystem::path& path)
     if (ExtAudioFileGetProperty(opened.file, kExtAudioFileProperty_PacketTable, &tableSize, &table) == noErr && table.mNumberValidFrames > 0)
         frames = table.mNumberValidFrames;
     const auto& format = opened.format;
-    // Beyond what any device or converter here is made for: a header that
-    // claims it is damaged or hostile.
-    if (!(format.mSampleRate > 0 && format.mSampleRate <= highestSampleRate) || format.mChannelsPerFrame == 0
-        || format.mChannelsPerFrame > mostChannels || frames < 0) {
+    auto problem = AudioFileInfo::formatProblem(format.mSampleRate, static_cast<int>(std::min<UInt32>(format.mChannelsPerFrame, 1'000'000)));
+    if (!problem && frames < 0)
+        problem = "its header states a negative length";
+    if (problem) {
         ExtAudioFileDispose(opened.file);
-        return std::unexpected(std::string("the audio format is out of range"));
+        return std::unexpected(*problem);
     }
     opened.length = frames;
     return opened;
@@ -88,7 +86,7 @@ std::expected<AudioFileInfo, std::string> AppleAudioFile::inspect(const std::fil
 
 std::expected<std::unique_ptr<AudioFile>, std::string> AppleAudioFile::open(const std::filesystem::path& file, double sampleRate)
 {
-    if (!(sampleRate > 0 && sampleRate <= highestSampleRate) || sampleRate != std::floor(sampleRate))
+    if (!(sampleRate > 0 && sampleRate <= AudioFileInfo::highestSampleRate) || sampleRate != std::floor(sampleRate))
         return std::unexpected("cannot read audio at " + std::to_string(sampleRate) + " Hz");
     auto opened = openFile(file);
     if (!opened)

@@ -99,12 +99,11 @@ public:
     void write(const LogRecord& record) override;
 };
 
-// Image I/O: headers for sizes, full decodes into 32-bit BGRA or RGBA. Only
-// local regular files are opened, and a picture larger than
-// maximumDecodedImageBytes is refused from its header.
+// Image I/O: full decodes into 32-bit BGRA or RGBA. Only local regular files
+// are opened, and a picture larger than maximumDecodedImageBytes is refused
+// from its header.
 class AppleImageDecoder final : public ImageDecoder {
 public:
-    std::optional<PixelSize> pixelSize(const std::filesystem::path& file) const override;
     std::optional<Image> decode(const std::filesystem::path& file, PixelFormat format) const override;
 };
 

@@ -271,7 +271,7 @@ bool tooLarge(PixelSize size) { return size.decodedBytes() > maximumDecodedImage
 
 } // namespace
 
-std::optional<PixelSize> AppleImageDecoder::pixelSize(const std::filesystem::path& file) const
+std::optional<PixelSize> AppleMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
     // PNG and JPEG state their size in their first bytes: no decoder needed.
     if (auto ends = PosixFileAccess::ends(file, 64 * 1024, 12)) {
@@ -325,11 +325,6 @@ std::optional<Image> AppleImageDecoder::decode(const std::filesystem::path& file
     CGContextRelease(context);
     CGImageRelease(image);
     return out;
-}
-
-std::optional<PixelSize> AppleMediaProbe::imagePixelSize(const std::filesystem::path& file) const
-{
-    return AppleImageDecoder().pixelSize(file);
 }
 
 std::expected<AudioFileInfo, std::string> AppleMediaProbe::audioFileInfo(const std::filesystem::path& file) const

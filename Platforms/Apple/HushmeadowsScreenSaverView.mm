@@ -74,7 +74,7 @@ struct SaverProcess {
         PosixFileAccess::install();
         Environment::install(Environment::fromProcess(realHome()));
         PosterStore::installShared(std::make_unique<PosterStore>(mainLoop, std::make_unique<AppleSerialQueue>(PosterStore::queueLabel),
-                                                                 std::make_shared<AppleImageDecoder>()));
+                                                                 std::make_shared<AppleImageDecoder>(), media));
         audio = std::make_unique<AppleSaverAudio>(mainLoop, media, workspace);
         // One observer for the process: the run's end reaches every live view.
         center.addObserver(willStopName, [this](const std::map<std::string, bool>&) { runs.screenSaverWillStop(); });

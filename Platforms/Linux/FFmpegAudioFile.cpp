@@ -1,6 +1,8 @@
 #include "Platforms/Linux/FFmpegAudioFile.h"
 
+#include "Platforms/Linux/FFmpegAudioLength.h"
 #include "Platforms/Linux/FFmpegInput.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -11,7 +13,6 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <string_view>
 #include <vector>
 
 namespace hushmeadows {
@@ -31,49 +32,9 @@ struct ChannelLayout {
     ~ChannelLayout() { av_channel_layout_uninit(&layout); }
 };
 
-constexpr double highestSampleRate = 768000;
 // The most frames at its end that a lossy decoder is allowed to lose (one of
 // the longest Vorbis blocks) before the file counts as cut short.
 constexpr std::int64_t lostTailTolerance = 8192;
-
-// Demuxers whose stated stream duration is the true length of the sound:
-// sample counts in a header, an MP4 edit list that leaves out the encoder's
-// priming and padding, or Ogg granule positions (which still count Opus's
-// pre-skip). The others state nothing exact and are counted by decoding.
-bool statesExactLength(std::string_view demuxer)
-{
-    static constexpr std::string_view exact[] = {"wav", "w64", "aiff", "flac", "mov", "ogg"};
-    return std::ranges::find(exact, demuxer) != std::end(exact);
-}
-
-std::int64_t statedLength(const FFmpegInput& input, const AVStream& stream)
-{
-    std::string names = input.demuxerName();
-    std::string_view demuxer = std::string_view(names).substr(0, names.find(','));
-    const AVFormatContext& format = input.format();
-    bool stated = stream.duration != AV_NOPTS_VALUE && stream.duration >= 0
-        && format.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-    if (!stated || !statesExactLength(demuxer))
-        return -1;
-    int rate = stream.codecpar->sample_rate;
-    std::int64_t frames = av_rescale_q(stream.duration, stream.time_base, AVRational{1, rate});
-    if (demuxer == "ogg") // Opus pre-skip; zero for Vorbis and FLAC
-        frames -= stream.codecpar->initial_padding;
-    return std::max<std::int64_t>(0, frames);
-}
-
-// The frames the decoder delivers (already trimmed by the skip and discard
-// information the demuxer passed on). A damaged packet ends the count.
-std::int64_t countDecodedFrames(FFmpegInput& input, const AVStream& stream, AVCodecContext& decoder)
-{
-    auto frame = makeFrame();
-    std::int64_t total = 0;
-    while (input.decodeNext(decoder, stream, *frame) == 0) {
-        total += frame->nb_samples;
-        av_frame_unref(frame.get());
-    }
-    return total;
-}
 
 // Codecs whose every packet decodes to the same samples whatever came before
 // it, so that decoding may start at any packet. FFmpeg's "intra only" flag
@@ -190,7 +151,7 @@ struct FFmpegAudioFile::Pass {
 std::expected<std::unique_ptr<AudioFile>, std::string> FFmpegAudioFile::open(const std::filesystem::path& file,
                                                                              double sampleRate)
 {
-    if (!(sampleRate > 0 && sampleRate <= highestSampleRate) || sampleRate != std::floor(sampleRate))
+    if (!(sampleRate > 0 && sampleRate <= AudioFileInfo::highestSampleRate) || sampleRate != std::floor(sampleRate))
         return std::unexpected("cannot read audio at " + std::to_string(sampleRate) + " Hz");
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)
@@ -201,6 +162,8 @@ std::expected<std::unique_ptr<AudioFile>, std::string> FFmpegAudioFile::open(con
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.sample_rate <= 0 || parameters.ch_layout.nb_channels <= 0)
         return std::unexpected(std::string("the audio format is unknown"));
+    if (auto problem = AudioFileInfo::formatProblem(parameters.sample_rate, parameters.ch_layout.nb_channels))
+        return std::unexpected(*problem);
 
     std::unique_ptr<FFmpegAudioFile> audio(new FFmpegAudioFile());
     audio->path_ = file;
@@ -213,13 +176,16 @@ std::expected<std::unique_ptr<AudioFile>, std::string> FFmpegAudioFile::open(con
     auto decoder = FFmpegInput::openDecoder(*stream);
     if (!decoder)
         return std::unexpected(decoderErrorText(decoder.error()));
-    std::int64_t stated = statedLength(*input, *stream);
-    audio->inputLength_ = stated >= 0 ? stated : countDecodedFrames(*input, *stream, **decoder);
+    auto stated = FFmpegAudioLength::stated(file, *input, *stream);
+    auto length = stated ? *stated : FFmpegAudioLength::counted(*input, *stream, **decoder);
+    if (!length)
+        return std::unexpected(length.error());
+    audio->inputLength_ = *length;
     audio->length_ = audio->inputRate_ == sampleRate
         ? audio->inputLength_
         : av_rescale_rnd(audio->inputLength_, static_cast<std::int64_t>(sampleRate), static_cast<std::int64_t>(audio->inputRate_),
                          AV_ROUND_NEAR_INF);
-    if (stated >= 0) {
+    if (stated) {
         // The probe's input, still at its start, becomes the first pass.
         audio->pass_ = std::make_unique<Pass>(std::move(*input), *stream, std::move(*decoder), audio->format_, audio->length_);
         ++audio->passesOpened_;

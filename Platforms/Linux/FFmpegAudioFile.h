@@ -34,9 +34,9 @@ namespace hushmeadows {
 // So reading straight through and looping back to frame 0 are cheap, while a
 // jump to the middle of a long AAC or resampled file costs decoding up to it.
 //
-// Length: read from the container where it is exact (WAV, W64, AIFF, FLAC,
-// MP4 edit lists, Ogg granules); otherwise (MP3, ADTS, Matroska, CAF) counted
-// by decoding the whole file once when it is opened.
+// Length: FFmpegAudioLength's, stated by the container or counted by decoding
+// the whole file once when it is opened (a count that FFmpegInput::abandonAll
+// ends at once).
 class FFmpegAudioFile final : public AudioFile {
 public:
     // Only FFmpegInput's audio demuxers, on a local regular file. The error is

@@ -1,40 +1,12 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 
 #include "Platforms/Linux/FFmpegInput.h"
-#include "Platforms/Posix/PosixFileAccess.h"
-#include "SceneCore/Runtime/ImageHeader.h"
 
 extern "C" {
 #include <libavutil/imgutils.h>
 }
 
 namespace hushmeadows {
-
-namespace {
-
-// The size PNG and JPEG state in their first bytes, without FFmpeg (which
-// decodes a whole picture to learn it); nothing when the file is not a
-// regular one or its header does not say.
-std::optional<PixelSize> statedSize(const std::filesystem::path& file)
-{
-    auto ends = PosixFileAccess::ends(file, 64 * 1024, 12);
-    return ends ? imageHeaderSize(ends->head, ends->tail) : std::nullopt;
-}
-
-} // namespace
-
-std::optional<PixelSize> FFmpegImageDecoder::pixelSize(const std::filesystem::path& file) const
-{
-    if (auto stated = statedSize(file))
-        return stated;
-    auto input = FFmpegInput::open(file, MediaKind::image);
-    if (!input)
-        return std::nullopt;
-    AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
-    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0 || !avcodec_find_decoder(stream->codecpar->codec_id))
-        return std::nullopt;
-    return PixelSize{stream->codecpar->width, stream->codecpar->height};
-}
 
 std::optional<Image> FFmpegImageDecoder::decode(const std::filesystem::path& file, PixelFormat format) const
 {

@@ -8,7 +8,6 @@ namespace hushmeadows {
 // sequences, no other files), converted to RGBA or BGRA with swscale.
 class FFmpegImageDecoder final : public ImageDecoder {
 public:
-    std::optional<PixelSize> pixelSize(const std::filesystem::path& file) const override;
     std::optional<Image> decode(const std::filesystem::path& file, PixelFormat format) const override;
 };
 

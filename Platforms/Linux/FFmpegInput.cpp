@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <new>
@@ -20,6 +21,14 @@ namespace hushmeadows {
 namespace {
 
 constexpr int ioBufferSize = 32 * 1024;
+
+std::atomic<bool> abandoned{false};
+
+// Also asked by libavformat between the steps of its own longer loops.
+int abandonedCheck(void*)
+{
+    return abandoned.load(std::memory_order_relaxed) ? 1 : 0;
+}
 
 // Demuxers that read one self-contained file. Names are matched against each
 // of the comma-separated names a demuxer carries, as FFmpeg's own whitelist
@@ -90,6 +99,8 @@ struct FFmpegInput::Source {
     {
         auto* source = static_cast<Source*>(opaque);
         for (;;) {
+            if (abandoned.load(std::memory_order_relaxed))
+                return AVERROR_EXIT;
             ssize_t count = ::read(source->descriptor, buffer, static_cast<std::size_t>(size));
             if (count > 0)
                 return static_cast<int>(count);
@@ -156,6 +167,7 @@ std::expected<FFmpegInput, std::string> FFmpegInput::open(const std::filesystem:
     context->pb = source->io;
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
     context->io_open = &refuseNestedOpen;
+    context->interrupt_callback = AVIOInterruptCB{&abandonedCheck, nullptr};
 
     const char* demuxers = allowedDemuxers(kind);
     AVDictionary* rawOptions = nullptr;
@@ -189,6 +201,11 @@ std::expected<FFmpegInput, std::string> FFmpegInput::open(const std::filesystem:
         return std::unexpected(std::string("the file holds no streams"));
 
     return FFmpegInput(std::move(source), std::move(format));
+}
+
+void FFmpegInput::abandonAll()
+{
+    abandoned.store(true, std::memory_order_relaxed);
 }
 
 std::string FFmpegInput::demuxerName() const

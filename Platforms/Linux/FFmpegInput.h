@@ -76,6 +76,12 @@ public:
     // readable text.
     static std::expected<FFmpegInput, std::string> open(const std::filesystem::path& file, MediaKind kind);
 
+    // For a process that is ending: from now on every read of every input,
+    // open or still to be opened, on any thread, fails at once (AVERROR_EXIT),
+    // so that no decode or length count under way holds the exit up. Safe to
+    // call from any thread; there is no way back.
+    static void abandonAll();
+
     FFmpegInput(FFmpegInput&&) noexcept;
     FFmpegInput& operator=(FFmpegInput&&) noexcept;
     ~FFmpegInput();

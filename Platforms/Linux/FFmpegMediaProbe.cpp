@@ -1,55 +1,24 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 
 #include "Platforms/Linux/FFmpegBGRAConverter.h"
-#include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegAudioLength.h"
 #include "Platforms/Linux/FFmpegInput.h"
 #include "Platforms/Linux/FlacStreamInfo.h"
 #include "Platforms/Posix/PosixFileAccess.h"
-
-extern "C" {
-#include <libavutil/mathematics.h>
-}
-
-#include <algorithm>
-#include <string_view>
+#include "SceneCore/Picture/VideoFile.h"
+#include "SceneCore/Runtime/ImageHeader.h"
 
 namespace hushmeadows {
 
 namespace {
 
-// The demuxer's first name, e.g. "mov" for "mov,mp4,m4a,3gp,3g2,mj2".
-std::string_view demuxerOf(const std::string& names)
+// The size PNG and JPEG state in their first bytes, without FFmpeg (which
+// decodes a whole picture to learn it); nothing when the file is not a
+// regular one or its header does not say.
+std::optional<PixelSize> statedImageSize(const std::filesystem::path& file)
 {
-    return std::string_view(names).substr(0, names.find(','));
-}
-
-// Demuxers whose stated stream duration is the true length of the audio:
-// sample counts in a header (wav, w64, aiff, flac), an edit list that leaves
-// out the encoder's priming and padding (mov), or granule positions (ogg, which
-// still include the codec's pre-skip). mp3, adts, matroska and caf state
-// nothing exact, or include the encoder's delay, so those are counted by
-// decoding.
-bool statesExactLength(std::string_view demuxer)
-{
-    static constexpr std::string_view exact[] = {"wav", "w64", "aiff", "flac", "mov", "ogg"};
-    return std::ranges::find(exact, demuxer) != std::end(exact);
-}
-
-// The frames the decoder delivers, which libavcodec has already trimmed by
-// the skip and discard information the demuxer passed on.
-std::int64_t countDecodedFrames(FFmpegInput& input, const AVStream& stream)
-{
-    auto decoder = FFmpegInput::openDecoder(stream);
-    if (!decoder)
-        return 0;
-    auto frame = makeFrame();
-    std::int64_t total = 0;
-    // A damaged packet ends the count: what decoded before it is what plays.
-    while (input.decodeNext(**decoder, stream, *frame) == 0) {
-        total += frame->nb_samples;
-        av_frame_unref(frame.get());
-    }
-    return total;
+    auto ends = PosixFileAccess::ends(file, 64 * 1024, 12);
+    return ends ? imageHeaderSize(ends->head, ends->tail) : std::nullopt;
 }
 
 VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> detail = std::nullopt)
@@ -61,15 +30,23 @@ VideoProbeResult failure(VideoProbeFailure failure, std::optional<std::string> d
 
 std::optional<PixelSize> FFmpegMediaProbe::imagePixelSize(const std::filesystem::path& file) const
 {
-    return FFmpegImageDecoder().pixelSize(file);
+    if (auto stated = statedImageSize(file))
+        return stated;
+    auto input = FFmpegInput::open(file, MediaKind::image);
+    if (!input)
+        return std::nullopt;
+    const AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
+    if (!stream || stream->codecpar->width <= 0 || stream->codecpar->height <= 0 || !avcodec_find_decoder(stream->codecpar->codec_id))
+        return std::nullopt;
+    return PixelSize{stream->codecpar->width, stream->codecpar->height};
 }
 
 std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const std::filesystem::path& file) const
 {
     // FLAC states its format and exact length up front: no decoder needed.
     auto ends = PosixFileAccess::ends(file, 42, 0);
-    if (auto flac = ends ? FlacStreamInfo::parse(ends->head) : std::nullopt; flac && flac->sampleRate <= 768'000)
-        return AudioFileInfo{.sampleRate = flac->sampleRate, .channelCount = flac->channelCount, .lengthFrames = flac->lengthFrames};
+    if (auto flac = ends ? FlacStreamInfo::parse(ends->head) : std::nullopt; flac && !AudioFileInfo::formatProblem(flac->sampleRate, flac->channelCount))
+        return *flac;
 
     auto input = FFmpegInput::open(file, MediaKind::audio);
     if (!input)
@@ -80,29 +57,24 @@ std::expected<AudioFileInfo, std::string> FFmpegMediaProbe::audioFileInfo(const 
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.sample_rate <= 0 || parameters.ch_layout.nb_channels <= 0)
         return std::unexpected(std::string("the audio format is unknown"));
-    // Beyond what any audio device or resampler setting here is made for: a
-    // header claiming it is damaged or hostile.
-    if (parameters.sample_rate > 768'000 || parameters.ch_layout.nb_channels > 32)
-        return std::unexpected(std::string("the audio format is out of range"));
-    if (!avcodec_find_decoder(parameters.codec_id))
-        return std::unexpected(std::string("no decoder for the audio codec"));
+    if (auto problem = AudioFileInfo::formatProblem(parameters.sample_rate, parameters.ch_layout.nb_channels))
+        return std::unexpected(*problem);
 
-    AudioFileInfo info;
-    info.sampleRate = parameters.sample_rate;
-    info.channelCount = parameters.ch_layout.nb_channels;
-    const AVFormatContext& format = input->format();
-    bool stated = stream->duration != AV_NOPTS_VALUE && stream->duration >= 0
-        && format.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-    std::string demuxers = input->demuxerName();
-    auto demuxer = demuxerOf(demuxers);
-    if (stated && statesExactLength(demuxer)) {
-        std::int64_t frames = av_rescale_q(stream->duration, stream->time_base, AVRational{1, parameters.sample_rate});
-        if (demuxer == "ogg") // Opus pre-skip; zero for Vorbis and FLAC
-            frames -= parameters.initial_padding;
-        info.lengthFrames = std::max<std::int64_t>(0, frames);
-    } else {
-        info.lengthFrames = countDecodedFrames(*input, *stream);
+    AudioFileInfo info{.sampleRate = static_cast<double>(parameters.sample_rate), .channelCount = parameters.ch_layout.nb_channels};
+    if (auto stated = FFmpegAudioLength::stated(file, *input, *stream)) {
+        // Stated lengths need no decoder, but one must exist to play the file.
+        if (!avcodec_find_decoder(parameters.codec_id))
+            return std::unexpected(std::string("no decoder for the audio codec"));
+        info.lengthFrames = *stated;
+        return info;
     }
+    auto decoder = FFmpegInput::openDecoder(*stream);
+    if (!decoder)
+        return std::unexpected(std::string("no decoder for the audio codec"));
+    auto counted = FFmpegAudioLength::counted(*input, *stream, **decoder);
+    if (!counted)
+        return std::unexpected(counted.error());
+    info.lengthFrames = *counted;
     return info;
 }
 
@@ -119,7 +91,7 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
     if (!(input->durationSeconds(*stream) > 0))
         return failure(VideoProbeFailure::zeroDuration);
     // A frame too large to hold is refused before any is decoded.
-    if (PixelSize{stream->codecpar->width, stream->codecpar->height}.decodedBytes() > maximumDecodedImageBytes)
+    if (VideoFile::frameSizeProblem({stream->codecpar->width, stream->codecpar->height}))
         return failure(VideoProbeFailure::unsupportedFormat);
 
     auto decoder = FFmpegInput::makeDecoder(*stream);
@@ -142,7 +114,9 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
         return failure(VideoProbeFailure::noDecodableFrames, ffmpegErrorText(result));
 
     // Convert what actually came out, which may differ from the stated
-    // format, exactly as playback will.
+    // format and size, exactly as playback will.
+    if (VideoFile::frameSizeProblem({frame->width, frame->height}))
+        return failure(VideoProbeFailure::unsupportedFormat);
     Image picture = Image::blank(frame->width, frame->height, PixelFormat::bgra8);
     if (!FFmpegBGRAConverter().convert(*frame, picture))
         return failure(VideoProbeFailure::unsupportedFormat);

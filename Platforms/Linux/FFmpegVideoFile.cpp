@@ -2,19 +2,6 @@
 
 namespace hushmeadows {
 
-namespace {
-
-// A file states its own picture size; a hostile one must not make every
-// pooled frame huge. 4096 × 4096 is four times 4K and far beyond pixel art.
-constexpr long long maxPixels = 4096LL * 4096;
-
-bool acceptableSize(int width, int height)
-{
-    return width > 0 && height > 0 && static_cast<long long>(width) * height <= maxPixels;
-}
-
-} // namespace
-
 std::expected<std::unique_ptr<VideoFile>, std::string> FFmpegVideoFile::open(const std::filesystem::path& file)
 {
     auto input = FFmpegInput::open(file, MediaKind::video);
@@ -24,8 +11,8 @@ std::expected<std::unique_ptr<VideoFile>, std::string> FFmpegVideoFile::open(con
     if (!stream)
         return std::unexpected(std::string("the file holds no video track"));
     const AVCodecParameters& parameters = *stream->codecpar;
-    if (!acceptableSize(parameters.width, parameters.height))
-        return std::unexpected(std::string("the video has no picture size, or one too large"));
+    if (auto problem = frameSizeProblem({parameters.width, parameters.height}))
+        return std::unexpected(*problem);
     auto format = static_cast<AVPixelFormat>(parameters.format);
     if (format != AV_PIX_FMT_NONE && !FFmpegBGRAConverter::accepts(parameters.width, parameters.height, format))
         return std::unexpected(std::string("the pixel format cannot be converted"));
@@ -54,9 +41,9 @@ std::expected<std::optional<VideoFrame>, std::string> FFmpegVideoFile::readFrame
         return std::nullopt;
     if (result < 0)
         return std::unexpected(ffmpegErrorText(result));
-    if (!acceptableSize(frame_->width, frame_->height)) {
+    if (auto problem = frameSizeProblem({frame_->width, frame_->height})) {
         av_frame_unref(frame_.get());
-        return std::unexpected(std::string("a frame has no picture size, or one too large"));
+        return std::unexpected(*problem);
     }
     VideoFrame frame;
     const std::int64_t stamp = frame_->best_effort_timestamp;

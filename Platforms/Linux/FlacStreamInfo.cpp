@@ -2,7 +2,7 @@
 
 namespace hushmeadows {
 
-std::optional<FlacStreamInfo> FlacStreamInfo::parse(std::string_view head)
+std::optional<AudioFileInfo> FlacStreamInfo::parse(std::string_view head)
 {
     // "fLaC", then the first metadata block: one type byte (STREAMINFO is 0,
     // the top bit marks the last block), a 24-bit length of 34, the block.
@@ -21,7 +21,7 @@ std::optional<FlacStreamInfo> FlacStreamInfo::parse(std::string_view head)
     auto frames = static_cast<std::int64_t>(packed & 0xFFFFFFFFFULL);
     if (sampleRate <= 0 || frames <= 0)
         return std::nullopt;
-    return FlacStreamInfo{.sampleRate = sampleRate, .channelCount = channels, .lengthFrames = frames};
+    return AudioFileInfo{.sampleRate = sampleRate, .channelCount = channels, .lengthFrames = frames};
 }
 
 } // namespace hushmeadows

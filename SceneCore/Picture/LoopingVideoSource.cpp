@@ -80,6 +80,7 @@ bool LoopingVideoSource::Pipeline::startNextItem()
         auto opened = open(urls[static_cast<std::size_t>(next)]);
         if (!opened) {
             // It played when the source was prepared; it is skipped now.
+            Log::video.error("%{public}s cannot be played: %{private}s", fileName(urls[static_cast<std::size_t>(next)]), opened.error());
             Log::video.error("No playable video in %{public}s", fileName(urls[static_cast<std::size_t>(next)]));
             continue;
         }
@@ -169,13 +170,18 @@ LoopingVideoSource::LoopingVideoSource(std::vector<std::filesystem::path> urls, 
             if (pipeline->cancelled.load())
                 return;
             auto file = pipeline->open(pipeline->urls[index]);
-            bool usable = file && (*file)->pixelSize().width > 0 && (*file)->pixelSize().height > 0;
-            if (usable) {
-                // Playable means a first frame actually decodes.
-                auto first = (*file)->readFrame(pipeline->pool);
-                usable = first && first->has_value();
-            }
-            if (!usable) {
+            // Playable means a first frame actually decodes.
+            std::optional<std::string> problem;
+            if (!file)
+                problem = file.error();
+            else if (auto size = VideoFile::frameSizeProblem((*file)->pixelSize()))
+                problem = size;
+            else if (auto first = (*file)->readFrame(pipeline->pool); !first)
+                problem = first.error();
+            else if (!first->has_value())
+                problem = "no frame decodes";
+            if (problem) {
+                Log::video.error("%{public}s cannot be played: %{private}s", fileName(pipeline->urls[index]), *problem);
                 Log::video.error("No playable video in %{public}s", fileName(pipeline->urls[index]));
                 continue;
             }

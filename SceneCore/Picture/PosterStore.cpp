@@ -1,6 +1,8 @@
 #include "SceneCore/Picture/PosterStore.h"
 
+#include "SceneCore/Runtime/Log.h"
 #include "SceneCore/Runtime/Precondition.h"
+#include "SceneCore/Worlds/WorldPackageError.h"
 
 #include <cmath>
 
@@ -14,10 +16,12 @@ std::unique_ptr<PosterStore>& sharedStore()
 }
 } // namespace
 
-PosterStore::PosterStore(RunLoop& mainLoop, std::unique_ptr<SerialQueue> queue, std::shared_ptr<const ImageDecoder> decoder, PixelFormat format)
+PosterStore::PosterStore(RunLoop& mainLoop, std::unique_ptr<SerialQueue> queue, std::shared_ptr<const ImageDecoder> decoder,
+                         const MediaProbe& headers, PixelFormat format)
     : mainLoop_(mainLoop)
     , queue_(std::move(queue))
     , decoder_(std::move(decoder))
+    , headers_(headers)
     , format_(format)
     , self_(std::make_shared<PosterStore*>(this))
 {
@@ -44,7 +48,7 @@ bool PosterStore::hasShared() { return sharedStore() != nullptr; }
 
 std::optional<Size> PosterStore::pixelSize(const std::filesystem::path& file) const
 {
-    auto size = decoder_->pixelSize(file);
+    auto size = headers_.imagePixelSize(file);
     if (!size)
         return std::nullopt;
     return Size{static_cast<double>(size->width), static_cast<double>(size->height)};
@@ -81,15 +85,24 @@ void PosterStore::load(const std::filesystem::path& file, Completion completion)
 
     std::weak_ptr<PosterStore*> weak = self_;
     auto decoder = decoder_;
+    const MediaProbe* headers = &headers_;
     RunLoop* mainLoop = &mainLoop_;
     PixelFormat format = format_;
-    queue_->async([weak, decoder, mainLoop, file, format] {
+    queue_->async([weak, decoder, headers, mainLoop, file, format] {
         EntryPtr entry;
-        if (auto image = decoder->decode(file, format)) {
+        // A picture too large to hold is refused from its header, before a
+        // pixel is decoded; the log says why, for whoever made the package.
+        auto size = headers->imagePixelSize(file);
+        auto problem = size ? decodedSizeProblem(*size) : std::nullopt;
+        auto image = problem ? std::nullopt : decoder->decode(file, format);
+        if (image) {
             auto made = std::make_shared<Entry>();
             made->strips = EdgeStrips::make(*image, stripDepth);
             made->image = std::move(*image);
             entry = std::move(made);
+        } else {
+            Log::posters.error("The poster %{public}s cannot be shown: %{private}s", file.filename().string(),
+                               problem.value_or(std::string(WorldPackageError::unreadableImageReason)));
         }
         mainLoop->post([weak, file, entry] {
             if (auto alive = weak.lock())

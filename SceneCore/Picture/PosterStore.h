@@ -4,6 +4,7 @@
 #include "SceneCore/Picture/Geometry.h"
 #include "SceneCore/Runtime/Image.h"
 #include "SceneCore/Runtime/ImageDecoder.h"
+#include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Runtime/RunLoop.h"
 #include "SceneCore/Runtime/SerialQueue.h"
 
@@ -36,8 +37,10 @@ public:
     using Completion = std::function<void(EntryPtr)>;
 
     // The queue must be serial and labelled queueLabel; the store owns it.
+    // Headers are read through `headers`, which must outlive the store and
+    // may be used from its queue.
     PosterStore(RunLoop& mainLoop, std::unique_ptr<SerialQueue> queue, std::shared_ptr<const ImageDecoder> decoder,
-                PixelFormat format = PixelFormat::bgra8);
+                const MediaProbe& headers, PixelFormat format = PixelFormat::bgra8);
     ~PosterStore();
 
     // The process-wide store, made by the platform host at start-up.
@@ -77,6 +80,7 @@ private:
     RunLoop& mainLoop_;
     std::unique_ptr<SerialQueue> queue_;
     std::shared_ptr<const ImageDecoder> decoder_;
+    const MediaProbe& headers_;
     PixelFormat format_;
     // Most recently used first.
     std::list<Cached> lru_;

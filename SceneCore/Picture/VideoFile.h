@@ -24,6 +24,23 @@ struct VideoFrame {
 // One user at a time: a VideoFile is not safe to use from two threads at once.
 class VideoFile {
 public:
+    // The largest frame a video may have, on each side: a file states its own
+    // picture size, and a hostile one must not make every pooled frame huge.
+    // Four times 4K, and far beyond pixel art.
+    static constexpr int largestFrameSide = 4096;
+
+    // Why frames of this size cannot be shown, in words a person can act on;
+    // nothing when they can.
+    static std::optional<std::string> frameSizeProblem(PixelSize size)
+    {
+        if (size.width <= 0 || size.height <= 0)
+            return std::string("the video states no picture size");
+        if (size.width > largestFrameSide || size.height > largestFrameSide)
+            return "the video is " + std::to_string(size.width) + "×" + std::to_string(size.height) + ", larger than the "
+                + std::to_string(largestFrameSide) + "×" + std::to_string(largestFrameSide) + " the saver can show";
+        return std::nullopt;
+    }
+
     virtual ~VideoFile() = default;
 
     // Frames per second of the video track, 0 when the file does not say.

@@ -4,6 +4,14 @@
 
 namespace hushmeadows {
 
+std::optional<std::string> decodedSizeProblem(PixelSize size)
+{
+    if (size.decodedBytes() <= maximumDecodedImageBytes)
+        return std::nullopt;
+    return "the picture is " + std::to_string(size.width) + "×" + std::to_string(size.height) + ", too large: over "
+        + std::to_string(maximumDecodedImageBytes >> 20) + " MiB once decoded";
+}
+
 Image Image::blank(int width, int height, PixelFormat format)
 {
     HM_PRECONDITION(width >= 0 && height >= 0, "image dimensions must not be negative");

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace hushmeadows {
@@ -22,6 +24,10 @@ struct PixelSize {
 // poster cache (72 MiB), so a larger poster could never be kept, and a small
 // file that claims a huge size must not be allowed to exhaust memory.
 inline constexpr std::uint64_t maximumDecodedImageBytes = 75'497'472;
+
+// Why a picture of this size is never decoded, in words a person can act on;
+// nothing when it may be.
+std::optional<std::string> decodedSizeProblem(PixelSize size);
 
 enum class PixelFormat {
     rgba8, // bytes red, green, blue, alpha

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "SceneCore/Runtime/AudioFileInfo.h"
 #include "SceneCore/Runtime/Image.h"
 
 #include <cstdint>
@@ -9,12 +10,6 @@
 #include <string>
 
 namespace hushmeadows {
-
-struct AudioFileInfo {
-    double sampleRate = 0;
-    int channelCount = 0;
-    std::int64_t lengthFrames = 0; // the true stream length, in frames at sampleRate
-};
 
 // Why a video cannot be shown, in the order the probe finds out.
 enum class VideoProbeFailure {

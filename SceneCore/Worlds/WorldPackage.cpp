@@ -173,8 +173,8 @@ std::expected<void, WorldPackageError> WorldPackage::validate(const WorldManifes
         auto size = media.imagePixelSize(*poster);
         if (!size)
             return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::unreadableImageReason)));
-        if (size->decodedBytes() > maximumDecodedImageBytes)
-            return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, std::string(WorldPackageError::oversizedImageReason)));
+        if (auto problem = decodedSizeProblem(*size))
+            return std::unexpected(WorldPackageError::undecodableResource("visual.poster", *visual.poster, *problem));
     }
 
     if (manifest.audio.music) {

@@ -31,7 +31,6 @@ public:
     static constexpr std::string_view volumeReason = "must be within 0...1";
     static constexpr std::string_view relativePathReason = "must be a relative path inside the package";
     static constexpr std::string_view unreadableImageReason = "not a readable image";
-    static constexpr std::string_view oversizedImageReason = "the picture is too large: over 72 MiB once decoded";
     static constexpr std::string_view unreadableAudioReason = "not a readable audio file";
     static constexpr std::string_view noAudioReason = "contains no audio";
     static constexpr std::string_view manifestSizeReason = "world.json is missing, unreadable or larger than 1 MB";

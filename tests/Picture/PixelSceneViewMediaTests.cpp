@@ -1,4 +1,5 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Picture/PixelSceneView.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "tests/support/FakeVideoFiles.h"
@@ -40,6 +41,7 @@ public:
 class PixelSceneViewTest : public ::testing::Test {
 protected:
     ManualRunLoop loop;
+    FFmpegMediaProbe probe;
     testing::ManualSerialQueue* posterQueue = nullptr;
     testing::ManualSerialQueue* videoQueue = nullptr;
     std::unique_ptr<PosterStore> posters;
@@ -51,7 +53,7 @@ protected:
     {
         auto owned = std::make_unique<testing::ManualSerialQueue>(PosterStore::queueLabel);
         posterQueue = owned.get();
-        posters = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>());
+        posters = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>(), probe);
     }
     PixelSceneView::VideoSourceMaker videoMaker()
     {

@@ -1,9 +1,12 @@
 #include "Platforms/Linux/FFmpegImageDecoder.h"
+#include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "SceneCore/Picture/PosterStore.h"
 #include "SceneCore/Runtime/ManualRunLoop.h"
 #include "tests/support/FixtureKit.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/ManualSerialQueue.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace hushmeadows {
@@ -14,6 +17,7 @@ namespace fs = std::filesystem;
 class PosterStoreTest : public ::testing::Test {
 protected:
     ManualRunLoop loop;
+    FFmpegMediaProbe probe;
     testing::ManualSerialQueue* queue = nullptr;
     std::unique_ptr<PosterStore> store;
     testing::TempDir dir;
@@ -22,15 +26,11 @@ protected:
     {
         auto owned = std::make_unique<testing::ManualSerialQueue>(PosterStore::queueLabel);
         queue = owned.get();
-        store = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>());
+        store = std::make_unique<PosterStore>(loop, std::move(owned), std::make_shared<FFmpegImageDecoder>(), probe);
     }
 
     // Lets the queued decodes run and their results reach the main loop.
-    void finishDecodes()
-    {
-        queue->runAll();
-        loop.runPending();
-    }
+    void finishDecodes() { queue->runAll(); loop.runPending(); }
 };
 
 TEST_F(PosterStoreTest, ManyWaitersShareOneDecodeAndLaterLoadsAnswerAtOnce)
@@ -46,11 +46,8 @@ TEST_F(PosterStoreTest, ManyWaitersShareOneDecodeAndLaterLoadsAnswerAtOnce)
     EXPECT_EQ(calls[1].first, 2);
     ASSERT_NE(calls[0].second, nullptr);
     EXPECT_EQ(calls[0].second, calls[1].second);
-
     // The decoded pixels are the file's, in the store's byte order.
-    const Image& image = calls[0].second->image;
-    Image expected = testing::posterImage(16, 9, PixelFormat::bgra8);
-    EXPECT_EQ(image.pixels, expected.pixels);
+    EXPECT_EQ(calls[0].second->image.pixels, testing::posterImage(16, 9, PixelFormat::bgra8).pixels);
 
     bool answered = false;
     store->load(poster, [&](PosterStore::EntryPtr entry) { answered = entry == calls[0].second; });
@@ -58,15 +55,20 @@ TEST_F(PosterStoreTest, ManyWaitersShareOneDecodeAndLaterLoadsAnswerAtOnce)
     EXPECT_EQ(store->decodesStarted(), 1u);
 }
 
-TEST_F(PosterStoreTest, FailuresAreNotCached)
+// A poster too large to hold is refused from its header, before a pixel is
+// decoded; the log says why each poster cannot be shown.
+TEST_F(PosterStoreTest, FailuresAreLoggedWithTheirReasonAndNotCached)
 {
+    testing::LogCapture log;
     testing::writeText(dir / "broken.png", "not a picture");
     int nulls = 0;
-    for (int i = 0; i < 3; ++i)
-        store->load(dir / "broken.png", [&](PosterStore::EntryPtr entry) { nulls += entry == nullptr; });
+    for (const fs::path& file : {dir / "broken.png", dir / "broken.png", testing::hugePNG()})
+        store->load(file, [&](PosterStore::EntryPtr entry) { nulls += entry == nullptr; });
     finishDecodes();
     EXPECT_EQ(nulls, 3);
     EXPECT_EQ(store->cachedCount(), 0u);
+    EXPECT_THAT(log.lines("posters"), ::testing::ElementsAre("The poster broken.png cannot be shown: not a readable image",
+        "The poster huge.png cannot be shown: the picture is 16000×16000, too large: over 72 MiB once decoded"));
 
     // A later load tries again, and succeeds once the file is fixed.
     testing::copyFile(testing::poster(), dir / "broken.png");
@@ -74,19 +76,17 @@ TEST_F(PosterStoreTest, FailuresAreNotCached)
     store->load(dir / "broken.png", [&](PosterStore::EntryPtr e) { entry = e; });
     finishDecodes();
     EXPECT_NE(entry, nullptr);
-    EXPECT_EQ(store->decodesStarted(), 2u);
+    EXPECT_EQ(store->decodesStarted(), 3u);
 }
 
 TEST_F(PosterStoreTest, CacheStaysWithinItsMemoryLimitDroppingTheLeastRecentlyUsed)
 {
     // 2048 × 2048 BGRA costs 16 MiB: four fit in 72 MiB, five do not.
     std::vector<fs::path> files;
-    for (int i = 0; i < 5; ++i) {
-        files.push_back(dir / ("p" + std::to_string(i) + ".png"));
-        testing::copyFile(testing::poster(2048, 2048), files.back());
-    }
-    for (int i = 0; i < 4; ++i)
-        store->load(files[static_cast<std::size_t>(i)], [](PosterStore::EntryPtr) {});
+    for (int i = 0; i < 5; ++i)
+        testing::copyFile(testing::poster(2048, 2048), files.emplace_back(dir / ("p" + std::to_string(i) + ".png")));
+    for (std::size_t i = 0; i < 4; ++i)
+        store->load(files[i], [](PosterStore::EntryPtr) {});
     finishDecodes();
     EXPECT_EQ(store->cachedCount(), 4u);
     EXPECT_NE(store->cached(files[0]), nullptr); // now the most recently used
@@ -99,9 +99,8 @@ TEST_F(PosterStoreTest, CacheStaysWithinItsMemoryLimitDroppingTheLeastRecentlyUs
     EXPECT_NE(store->cached(files[0]), nullptr);
 
     // An evicted poster is simply decoded again.
-    std::size_t before = store->decodesStarted();
     store->load(files[1], [](PosterStore::EntryPtr) {});
-    EXPECT_EQ(store->decodesStarted(), before + 1);
+    EXPECT_EQ(store->decodesStarted(), 6u);
     finishDecodes();
 }
 

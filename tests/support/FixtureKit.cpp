@@ -190,6 +190,19 @@ const fs::path& audio(const AudioSpec& wanted)
     });
 }
 
+const fs::path& hugePNG()
+{
+    return cache().file("huge.png", [](const fs::path& out) {
+        runCommand("python3 -c " + shellQuoted(R"(
+import struct, sys, zlib
+def chunk(k, d): return struct.pack(">I", len(d)) + k + d + struct.pack(">I", zlib.crc32(k + d))
+z = zlib.compressobj(9); row = bytes(2001)
+idat = b"".join(z.compress(row) for _ in range(16000)) + z.flush()
+open(sys.argv[1], "wb").write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 16000, 16000, 1, 0, 0, 0, 0)) + chunk(b"IDAT", idat) + chunk(b"IEND", b""))
+)") + " " + shellQuoted(out.string()));
+    });
+}
+
 const fs::path& emptyWav()
 {
     return cache().file("empty.wav", [](const fs::path& out) {

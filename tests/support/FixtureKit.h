@@ -59,6 +59,8 @@ const std::filesystem::path& poster(int width = 16, int height = 9);
 const std::filesystem::path& audio(const AudioSpec& wanted = {});
 // A valid WAV header (16-bit stereo, 48 kHz) with zero sample frames.
 const std::filesystem::path& emptyWav();
+// A black 1-bit PNG of 16000 × 16000 in about 31 KB: 1 GB once decoded.
+const std::filesystem::path& hugePNG();
 
 // The pixels of poster(width, height), opaque, every pixel distinct for sizes
 // up to 256 × 256:
