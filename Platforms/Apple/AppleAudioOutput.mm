@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -61,6 +63,26 @@ void renderPlanes(RenderState& state, BOOL* isSilence, AVAudioFrameCount frames,
     }
 }
 
+// The device change handler, shared with the configuration-change block: the
+// engine posts that notification on its own queue, and removing the observer
+// does not wait for a delivery already under way, so the block must not reach
+// into an engine that may be going away.
+struct DeviceChange {
+    std::mutex mutex;
+    std::function<void()> handler;
+
+    void fire()
+    {
+        std::function<void()> copy;
+        {
+            std::lock_guard lock(mutex);
+            copy = handler;
+        }
+        if (copy)
+            exceptionBarrier("audio configuration change", copy);
+    }
+};
+
 } // namespace
 
 struct AppleAudioOutput::Engine {
@@ -69,8 +91,7 @@ struct AppleAudioOutput::Engine {
     double rate = 0;
     std::unique_ptr<RenderState> state;
     std::optional<ScopedObserver> configuration;
-    std::mutex handlerMutex;
-    std::function<void()> handler;
+    std::shared_ptr<DeviceChange> deviceChange = std::make_shared<DeviceChange>();
 
     void close()
     {
@@ -85,17 +106,6 @@ struct AppleAudioOutput::Engine {
         engine = nil;
         state.reset();
         rate = 0;
-    }
-
-    void deviceChanged()
-    {
-        std::function<void()> copy;
-        {
-            std::lock_guard lock(handlerMutex);
-            copy = handler;
-        }
-        if (copy)
-            exceptionBarrier("audio configuration change", copy);
     }
 };
 
@@ -138,13 +148,13 @@ std::expected<void, std::string> AppleAudioOutput::startEngine(AudioRenderSource
         [e.engine attachNode:e.node];
         [e.engine connect:e.node to:e.engine.mainMixerNode format:format];
         e.rate = sampleRate;
-        Engine* owner = &e;
+        std::shared_ptr<DeviceChange> deviceChange = e.deviceChange;
         // The engine has stopped itself when this comes; nodes and
         // connections stay, so a later start() plays again.
         e.configuration.emplace([NSNotificationCenter defaultCenter], AVAudioEngineConfigurationChangeNotification, e.engine, nil,
                                 ^(NSNotification* note) {
                                     (void)note;
-                                    owner->deviceChanged();
+                                    deviceChange->fire();
                                 });
     }
     e.state->source.store(&source, std::memory_order_release);
@@ -172,8 +182,8 @@ void AppleAudioOutput::stop() { engine_->close(); }
 
 void AppleAudioOutput::setDeviceChangeHandler(std::function<void()> handler)
 {
-    std::lock_guard lock(engine_->handlerMutex);
-    engine_->handler = std::move(handler);
+    std::lock_guard lock(engine_->deviceChange->mutex);
+    engine_->deviceChange->handler = std::move(handler);
 }
 
 } // namespace hushmeadows
