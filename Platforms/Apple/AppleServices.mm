@@ -53,10 +53,10 @@ std::shared_ptr<Cancellable> AppleMainRunLoop::postAfter(double delay, std::func
 {
     auto token = std::make_shared<TimerToken>();
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
-    std::weak_ptr<TimerToken> weak = token;
+    // The block keeps the token: delayed work runs unless cancelled, whether
+    // or not the caller kept the handle.
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(delay * NSEC_PER_SEC)), dispatch_get_main_queue(), ^{
-        auto alive = weak.lock();
-        if (alive && !alive->isCancelled())
+        if (!token->isCancelled())
             exceptionBarrier("delayed work", *shared);
     });
     return token;
