@@ -2,9 +2,7 @@
 # `hushmeadows check` as a world author runs it: real packages on disk, real
 # media made with ffmpeg, output lines and exit status compared exactly.
 set -euo pipefail
-program=$1 work=$2
-rm -rf "$work"; mkdir -p "$work"; cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 quiet=(-hide_banner -loglevel error -y)
 # Runs check with the arguments given, stdout to out.txt; its exit status in $status.
 check() { status=0; "$program" check "$@" > out.txt 2> err.txt || status=$?; }

@@ -8,12 +8,8 @@
 # to see it advance at the clip's rate and loop. The program must leave
 # promptly and cleanly on SIGTERM or SIGINT.
 set -euo pipefail
-program=$1
-work=$2
-rm -rf "$work"; mkdir -p "$work"
-cd "$work"
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-fail() { echo "FAIL: $*" >&2; exit 1; }
 quiet=(-hide_banner -loglevel error -y)
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/system
 unset HUSHMEADOWS_DEBUG

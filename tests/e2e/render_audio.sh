@@ -2,11 +2,7 @@
 # `hushmeadows render-audio`: the bundled world's sound rendered offline through
 # the saver's own selection and engine, measured with sox.
 set -euo pipefail
-program=$1
-work=$2
-rm -rf "$work"; mkdir -p "$work"
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
 world="$(dirname "$program")/Resources/Worlds/meadow.hushmeadow"
 [ -d "$world" ] || fail "no bundled world at $world"

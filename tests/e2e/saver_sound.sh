@@ -4,11 +4,7 @@
 # and it must stop as soon as the saver gets SIGTERM.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-program=$(realpath "$1")
-work=$2
-rm -rf "$work"; mkdir -p "$work"
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
 export XDG_RUNTIME_DIR=$work/run

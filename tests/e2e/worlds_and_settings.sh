@@ -4,11 +4,7 @@
 # (sizes, exact loop lengths, seams, one keyframe at the loop point); then
 # `hushmeadows settings` and `hushmeadows list` against real XDG folders.
 set -euo pipefail
-program=$1
-work=$2
-rm -rf "$work"; mkdir -p "$work"
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 
 bin=$(cd "$(dirname "$program")" && pwd)
 worlds=$bin/Resources/Worlds

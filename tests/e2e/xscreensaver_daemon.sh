@@ -6,10 +6,8 @@
 # destroyed (DestroyNotify).
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-program=$(realpath "$1")
-work=$2
-rm -rf "$work"; mkdir -p "$work"; chmod 755 "$work"
-cd "$work"
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
+chmod 755 "$work"
 fail() { echo "FAIL: $*" >&2; tail -20 "$work/daemon.log" >&2 || true; exit 1; }
 command -v xscreensaver > /dev/null || fail "xscreensaver is not installed (tools/install-deps.sh)"
 # The daemon refuses root; only root can run it as another user here.
