@@ -17,6 +17,7 @@
 
 #include <SDL.h>
 
+#include <chrono>
 #include <charconv>
 #include <cstdlib>
 #include <cstdint>
@@ -158,10 +159,13 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     // reading gives up at once, so that a scan on the loop's thread cannot
     // hold the exit up.
     SDLRunLoop loop;
-    TerminationSignals signals([&loop](int) {
-        FFmpegInput::abandonAll();
-        loop.quit();
-    });
+    // However busy the machine, the viewer is gone a quarter of a second after SIGTERM.
+    TerminationSignals signals(
+        [&loop](int) {
+            FFmpegInput::abandonAll();
+            loop.quit();
+        },
+        std::chrono::milliseconds{250});
 
     auto display = X11SaverDisplay::open();
     if (!display) {

@@ -18,6 +18,7 @@
 
 #include <SDL.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <expected>
 
@@ -37,6 +38,9 @@ constexpr const char* usage =
 // second keeps a destroyed window or a dead parent from waiting long, and
 // costs nothing a dark monitor would notice.
 constexpr double pollInterval = 0.1;
+// However busy the machine, the process is gone this long after SIGTERM; the
+// orderly stop, which logs what was drawn, takes a few milliseconds when idle.
+constexpr std::chrono::milliseconds exitWithin{250};
 
 enum class Mode { daemon, preview, standalone };
 
@@ -118,10 +122,12 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     // In place before SDL starts, so that the first SIGTERM, however early,
     // ends the run; the stop itself runs on the loop, and whatever FFmpeg is
     // reading (a scan on the loop's thread, a sound loading) gives up at once.
-    TerminationSignals signals([&loop, &stopAll](int) {
-        loop.post([&stopAll] { stopAll("SIGTERM"); });
-        FFmpegInput::abandonAll();
-    });
+    TerminationSignals signals(
+        [&loop, &stopAll](int) {
+            loop.post([&stopAll] { stopAll("SIGTERM"); });
+            FFmpegInput::abandonAll();
+        },
+        exitWithin);
 
     auto display = X11SaverDisplay::open();
     if (!display) {

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace hushmeadows {
@@ -30,8 +32,9 @@ constexpr unsigned char stopByte = 0;
 
 } // namespace
 
-TerminationSignals::TerminationSignals(std::function<void(int)> onSignal)
+TerminationSignals::TerminationSignals(std::function<void(int)> onSignal, std::optional<std::chrono::milliseconds> exitWithin)
     : onSignal_(std::move(onSignal))
+    , exitWithin_(exitWithin)
 {
     int fds[2];
     HM_PRECONDITION(::pipe2(fds, O_CLOEXEC) == 0, "the signal pipe needs two file descriptors");
@@ -76,6 +79,28 @@ void TerminationSignals::watch()
         if (got <= 0 || byte == stopByte)
             return;
         onSignal_(byte);
+        if (exitWithin_) {
+            if (stoppedWithin(*exitWithin_))
+                return;
+            std::_Exit(0);
+        }
+    }
+}
+
+bool TerminationSignals::stoppedWithin(std::chrono::milliseconds wait) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd ready{readEnd_, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+            continue; // interrupted, or the time is up (seen at the top)
+        unsigned char byte = 0;
+        // Further signals while the stop runs change nothing; only the stop byte ends the wait.
+        if (::read(readEnd_, &byte, 1) == 1 && byte == stopByte)
+            return true;
     }
 }
 

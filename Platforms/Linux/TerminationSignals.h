@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <csignal>
 #include <functional>
+#include <optional>
 #include <thread>
 
 namespace hushmeadows {
@@ -13,7 +15,12 @@ namespace hushmeadows {
 class TerminationSignals {
 public:
     // onSignal runs on the watcher thread, once for every signal received.
-    explicit TerminationSignals(std::function<void(int signal)> onSignal);
+    // With `exitWithin`, the process ends (status 0) that long after the first
+    // signal even when the stop it set going is held up, say by a frame being
+    // drawn on a starved machine: a screen saver told to go must be gone, and
+    // the kernel releases the display, the sound connection and the locks.
+    explicit TerminationSignals(std::function<void(int signal)> onSignal,
+                                std::optional<std::chrono::milliseconds> exitWithin = std::nullopt);
     ~TerminationSignals();
 
     TerminationSignals(const TerminationSignals&) = delete;
@@ -22,7 +29,11 @@ public:
 private:
     void watch();
 
+    // Waits for the stop byte until the deadline; false when it passed.
+    bool stoppedWithin(std::chrono::milliseconds wait) const;
+
     std::function<void(int)> onSignal_;
+    std::optional<std::chrono::milliseconds> exitWithin_;
     int readEnd_ = -1;
     int writeEnd_ = -1;
     struct sigaction previousTerm_ {};

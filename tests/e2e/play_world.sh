@@ -210,7 +210,8 @@ kill "$host"; wait "$host" 2>/dev/null || true
 # No poster: black, and the log says why.
 start bare.hushmeadow --window 160x90 --poster-only
 said='World bare has no poster; the picture stays black until its video plays'
-grep -qF "$said" err.txt || { sleep 0.5; grep -qF "$said" err.txt; } || { cat err.txt >&2; fail "no poster: not logged"; }
+for _ in $(seq 100); do grep -qF "$said" err.txt && break; sleep 0.05; done
+grep -qF "$said" err.txt || { cat err.txt >&2; fail "no poster: not logged"; }
 expect black
 stop TERM
 
@@ -221,7 +222,15 @@ ffmpeg "${quiet[@]}" -f lavfi -i "color=s=64x36:r=6,format=rgb24,geq=r='40*N':g=
 mkdir -p motion.hushmeadow && cp clip.mp4 motion.hushmeadow/clip.mp4
 echo '{"formatVersion":1,"id":"motion","name":"motion","visual":{"file":"clip.mp4"}}' > motion.hushmeadow/world.json
 start motion.hushmeadow --window 192x108
-sleep 1
+# The recording starts once the clip shows: its green of 90 is the clip's alone
+# (the world has no poster, so the window is black before the first frame).
+origin="${geometry%,*}"
+for _ in $(seq 100); do
+  green=$(xwd -root -silent | convert xwd:- -crop "1x1+$((${origin%,*} + 4))+$((${origin#*,} + 4))" -format '%[fx:int(255*g+0.5)]' info:)
+  [ "$green" -ge 88 ] && [ "$green" -le 92 ] && break
+  sleep 0.1
+done
+[ "$green" -ge 88 ] && [ "$green" -le 92 ] || fail "the clip never showed"
 ffmpeg "${quiet[@]}" -f x11grab -framerate 30 -video_size 8x8 -i "$DISPLAY+${geometry%%,*},$(echo "$geometry" | cut -d, -f2)" -t 4 \
   -f rawvideo -pix_fmt rgb24 motion.raw
 stop TERM

@@ -30,11 +30,13 @@ pactl set-default-sink ci_null
 
 "$program" settings set screenSaverAudioEnabled true > /dev/null
 
-# The recorder starts first: a fresh null sink otherwise stalls the first seconds.
+# The recorder is connected before the saver starts: a null sink that nobody
+# records runs in long blocks, and the first seconds of the sound would come late.
 parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
 recorder=$!
 pids+=($recorder)
-sleep 0.5
+for _ in $(seq 100); do [ -n "$(pactl list short source-outputs)" ] && break; sleep 0.05; done
+[ -n "$(pactl list short source-outputs)" ] || fail "the recorder did not connect"
 play_start=$(date +%s.%N)
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!
@@ -49,14 +51,16 @@ for _ in $(seq 50); do kill -0 "$player" 2>/dev/null || break; sleep 0.05; done
 kill -0 "$player" 2>/dev/null && fail "saver still running 2.5 s after SIGTERM"
 echo "saver exited $(echo "($(date +%s.%N) - $term_at) * 1000" | bc -l | cut -d. -f1) ms after SIGTERM (polled every 50 ms)"
 wait "$player" || fail "saver exited with $?"
-sleep 1.5
+# A second more of the sink, to hear that nothing follows.
+size=$(stat -c %s rec.raw)
+for _ in $(seq 200); do [ "$(stat -c %s rec.raw)" -ge $((size + 384000)) ] && break; sleep 0.05; done
 kill "$recorder"; wait "$recorder" 2>/dev/null || true
 
 # What the saver would render for the same 6 s, for comparison.
 "$program" render-audio "$world" --seconds 6 --out expected.wav > /dev/null 2>&1
 
-# The monitor records only while the sink is busy, so its timeline starts with
-# the sound: heard fading in to the offline render's level, and cut at full
+# The recording's timeline is the sink's: the sound is heard fading in from
+# its first audible moment to the offline render's level, and is cut at full
 # level (not faded) within 0.3 s of SIGTERM.
 python3 - rec.raw expected.wav "$(echo "$term_at - $play_start" | bc -l)" <<'EOF' || { cat play.log; fail "sound check"; }
 import array, math, sys

@@ -50,10 +50,32 @@ now() { date +%s.%N; }
 ms_since() { echo "($(now) - $1) * 1000" | bc -l | cut -d. -f1; }
 # The largest channel value in a region of the screen: 0 is black.
 brightest() { xwd -root -silent | convert xwd:- -crop "$1" +repage -format '%[max]' info:; }
-# Waits up to 10 s for something to show in a region (a busy machine loads slowly).
-shows() { for _ in $(seq 40); do [ "$(brightest "$1")" != 0 ] && return 0; sleep 0.25; done; return 1; }
+# Waits up to 20 s for colour in a region: the daemon's windows are black and
+# xlogo black and white, so only our picture can put colour there.
+shows() {
+  for _ in $(seq 80); do
+    [ "$(xwd -root -silent | convert xwd:- -crop "$1" +repage -colorspace HSL -channel G -separate -format '%[max]' info:)" != 0 ] && return 0
+    sleep 0.25
+  done
+  return 1
+}
+# Waits up to 20 s until a log, from its line `from` on, holds `count` lines matching `pattern`.
+logged() { # file from count pattern
+  for _ in $(seq 200); do [ "$(tail -n +"$2" "$1" | grep -c -- "$4")" -ge "$3" ] && return 0; sleep 0.1; done; return 1
+}
+lines() { wc -l < "$1"; }
 sinks() { pactl list short sink-inputs | wc -l; }
-one_sound() { for _ in $(seq 50); do [ "$(sinks)" -gt 0 ] && break; sleep 0.1; done; sleep 1; [ "$(sinks)" = 1 ]; }
+# Once every hack of this activation has said whether it plays sound and the
+# one that plays has started it, exactly one stream must be there.
+one_sound() { # first daemon.log line of this activation, and the log line of the hack that stays silent
+  logged daemon.log "$1" 2 'start world=' && logged daemon.log "$1" 1 'Sound started' && logged daemon.log "$1" 1 "$2" \
+    || fail "the hacks did not all start: $(tail -n +"$1" daemon.log)"
+  [ "$(sinks)" = 1 ]
+}
+# Waits until the recording has grown by at least `bytes` since it had `from`.
+recorded() { # from bytes
+  for _ in $(seq 200); do [ "$(stat -c %s rec.raw)" -ge $(($1 + $2)) ] && return 0; sleep 0.05; done; return 1
+}
 
 # The user's file lists another hack first; install-xscreensaver adds ours
 # after it (selected: 1) and leaves the rest alone, once.
@@ -78,12 +100,14 @@ activate() {
 #    the sound once; deactivation ends both hacks and the sound.
 parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
 recorder=$!; pids+=($recorder)
-sleep 0.5
+# The recorder is connected before anything plays: a null sink nobody records runs in long blocks.
+for _ in $(seq 100); do [ -n "$(pactl list short source-outputs)" ] && break; sleep 0.05; done
+[ -n "$(pactl list short source-outputs)" ] || fail "the recorder did not connect"
+from=$(($(lines daemon.log) + 1))
 activate
 shows 960x1080+0+0 || fail "the first monitor shows nothing"
-sleep 1
+one_sound "$from" 'role=dark .*audioAllowed=false' || fail "$(sinks) sound streams play, not one"
 [ "$(brightest 960x1080+960+0)" = 0 ] || fail "the second monitor is not black with screenSaverAllDisplays off"
-one_sound || fail "$(sinks) sound streams play, not one"
 old=$(hacks)
 deactivated=$(now)
 as_user xscreensaver-command -deactivate > /dev/null
@@ -92,7 +116,9 @@ echo "deactivation: sound stream gone after $(ms_since "$deactivated") ms"
 for _ in $(seq 200); do any_running $old || break; sleep 0.01; done
 any_running $old && fail "hacks still run 2 s after deactivation"
 echo "deactivation: every hack gone after $(ms_since "$deactivated") ms"
-sleep 0.5; kill "$recorder"; wait "$recorder" 2>/dev/null || true
+# Half a second more of the sink, to hear that nothing follows.
+recorded "$(stat -c %s rec.raw)" 192000 || fail "the recorder stopped recording"
+kill "$recorder"; wait "$recorder" 2>/dev/null || true
 grep -q 'frames drawn: 0' daemon.log || fail "the dark monitor drew frames"
 python3 - rec.raw <<'EOF' || fail "sound"
 import array, sys
@@ -104,9 +130,10 @@ EOF
 # 2. All displays on: the world on both monitors, one sound stream; kill -9
 #    of the daemon's graphics process ends our hacks within 0.5 s.
 as_user "$work/app/hushmeadows" settings set screenSaverAllDisplays true > /dev/null
+from=$(($(lines daemon.log) + 1))
 activate
 shows 960x1080+0+0 && shows 960x1080+960+0 || fail "a monitor is black with screenSaverAllDisplays on"
-one_sound || fail "$(sinks) sound streams play on two monitors, not one"
+one_sound "$from" 'staying silent' || fail "$(sinks) sound streams play on two monitors, not one"
 old=$(hacks)
 gfx=$(pgrep -u nobody -f xscreensaver-gfx | head -1)
 killed=$(now)
@@ -123,12 +150,16 @@ for _ in $(seq 100); do [ -z "$(hacks)" ] && break; sleep 0.05; done
 #    destroying the window ends the preview.
 xlogo -geometry 320x180+0+0 > /dev/null 2>&1 &
 logo=$!; pids+=($logo)
-for _ in $(seq 50); do xwininfo -name xlogo > /dev/null 2>&1 && break; sleep 0.1; done
-child=$(xwininfo -name xlogo -children | awk '/child:/{getline; print $1}')
+for _ in $(seq 100); do
+  xwininfo -name xlogo -children > info.txt 2>/dev/null && grep -q '^ *0x' info.txt && break
+  sleep 0.05
+done
+child=$(awk '/^ +0x/ {print $1; exit}' info.txt)
+[ -n "$child" ] || fail "xlogo shows no window"
 as_user "$work/app/hushmeadows" saver --window-id "$child" > preview.log 2>&1 &
 preview=$!
+logged preview.log 1 1 'role=preview' || fail "the preview did not start as a preview: $(cat preview.log)"
 shows 310x170+5+5 || fail "the preview window shows nothing"
-grep -q 'role=preview' preview.log || fail "the preview did not start as a preview"
 [ "$(sinks)" = 0 ] || fail "the preview plays sound"
 kill "$logo"
 destroyed=$(now)
@@ -148,7 +179,9 @@ d = ctypes.c_void_p(x.XOpenDisplay(None)); t.XTestFakeMotionEvent(d, -1, int(sys
 pointer 960 540
 "$work/app/hushmeadows" saver > standalone.log 2>&1 &
 standalone=$!; pids+=($standalone)
-shows 960x1080+0+0 && sleep 1 && [ "$(brightest 960x1080+960+0)" = 0 ] || fail "standalone: not the world on the first monitor only"
+shows 960x1080+0+0 && logged standalone.log 1 1 'role=dark' && [ "$(brightest 960x1080+960+0)" = 0 ] \
+  || fail "standalone: not the world on the first monitor only"
+# A nudge must not end it; nothing tells when it was seen, so it gets half a second.
 pointer 963 541; sleep 0.5
 running "$standalone" || fail "standalone ended on a nudge of the pointer"
 pointer 1060 540
