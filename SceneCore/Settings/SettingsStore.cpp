@@ -133,19 +133,17 @@ fs::path SettingsStore::defaultFileURL(const Environment& environment)
 
 HushmeadowsSettings SettingsStore::load()
 {
-    // Saves replace the file atomically, so reading needs no lock, and a
+    std::lock_guard guard(lock_);
+    // Saves replace the file atomically, so reading needs no file lock, and a
     // reader that took it would leave a lock file behind.
-    {
-        std::lock_guard guard(lock_);
-        if (auto settings = loadLocked(false))
-            return *settings;
-    }
-    // Moving the file aside is a write: under the lock, judged again, since a
-    // writer may have replaced it meanwhile and its file must stay. Only a
-    // moment's wait: a writer holds the lock for milliseconds.
+    if (auto settings = loadLocked(false))
+        return *settings;
+    // Moving the file aside is a write: under the file lock, judged again,
+    // since a writer may have replaced it meanwhile and its file must stay.
+    // Only a moment's wait: a writer holds the lock for milliseconds (and an
+    // update on this store, holding it, waits for this load to end).
     constexpr std::chrono::milliseconds wait(100);
     auto held = FileAccess::current()->lock(lockFileURL(), wait);
-    std::lock_guard guard(lock_);
     if (!held) {
         Log::settings.error("Settings file left in place, using defaults: cannot lock it: %{private}s", lockTrouble(held.failure, wait));
         return HushmeadowsSettings::defaultSettings();
@@ -187,9 +185,8 @@ std::expected<HushmeadowsSettings, SettingsStore::Failure> SettingsStore::update
     if (auto folder = makeFolder(); !folder)
         return std::unexpected(folder.error());
     auto held = FileAccess::current()->lock(lockFileURL(), updateWait);
-    if (!held) {
+    if (!held)
         return std::unexpected(Failure{held.failure, "cannot lock " + fileURL_.string() + ": " + lockTrouble(held.failure, updateWait)});
-    }
     HushmeadowsSettings changed;
     {
         std::lock_guard guard(lock_);
