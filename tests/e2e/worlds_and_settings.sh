@@ -119,7 +119,7 @@ write_fails "cannot save $work/plain/Settings.json: $work/plain is not a folder"
 # stopped by the permission bits and told that instead.
 mkdir ro; echo '{}' > ro/Settings.json
 read_only() { unshare -rm sh -c 'mount --bind "$1" "$1" && mount -o remount,bind,ro "$1" && shift && exec "$@"' sh "$work/ro" "$@"; }
-if unshare -rm true 2> /dev/null; then
+if read_only true 2> /dev/null; then
   write_fails "cannot lock $work/ro/Settings.json: the folder is read-only" read_only "$program" settings set isMuted true --file "$work/ro/Settings.json"
 elif [ "$(id -u)" != 0 ]; then
   chmod a-w ro
