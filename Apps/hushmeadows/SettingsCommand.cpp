@@ -90,6 +90,15 @@ void reportSetAside(const SettingsStore& store, std::FILE* err)
                      printable(store.fileURL().string()).c_str(), moved->reason.c_str(), printable(moved->movedTo.string()).c_str());
 }
 
+// The file given, or the shared one, whose folder is made only inside an
+// existing home.
+SettingsStore storeFor(const std::optional<std::filesystem::path>& file)
+{
+    if (file)
+        return SettingsStore(*file);
+    return SettingsStore::shared();
+}
+
 } // namespace
 
 int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err)
@@ -114,7 +123,7 @@ int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out
         }
     }
 
-    SettingsStore store(file ? *file : SettingsStore::sharedFileURL());
+    SettingsStore store = storeFor(file);
     if (words.empty()) {
         auto settings = store.load();
         reportSetAside(store, err);
@@ -134,7 +143,7 @@ int runSettingsCommand(const std::vector<std::string>& arguments, std::FILE* out
         return 1;
     }
     if (!saved) {
-        std::fprintf(err, "hushmeadows settings: cannot save %s: %s\n", printable(store.fileURL().string()).c_str(), saved.error().message().c_str());
+        std::fprintf(err, "hushmeadows settings: %s\n", printable(saved.error().description).c_str());
         return 1;
     }
     std::fprintf(out, "%s\n", saved->encode().c_str());

@@ -80,19 +80,22 @@ FileAccess::ReadResult PosixFileAccess::read(const std::filesystem::path& file, 
     return {std::move(data), std::nullopt};
 }
 
-std::unique_ptr<FileAccess::Lock> PosixFileAccess::lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const
+FileAccess::LockResult PosixFileAccess::lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const
 {
+    auto failure = [](int code) { return LockResult{nullptr, std::error_code(code, std::generic_category())}; };
     int fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
     if (fd < 0)
-        return nullptr;
+        return failure(errno);
     auto lock = std::make_unique<FlockLock>(fd);
     auto deadline = std::chrono::steady_clock::now() + wait;
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline)
-            return nullptr;
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return failure(errno);
+        if (std::chrono::steady_clock::now() >= deadline)
+            return failure(ETIMEDOUT);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    return lock;
+    return {std::move(lock), {}};
 }
 
 std::optional<PosixFileAccess::Ends> PosixFileAccess::ends(const std::filesystem::path& file, std::size_t headSize, std::size_t tailSize)

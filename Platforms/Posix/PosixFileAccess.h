@@ -9,7 +9,7 @@ namespace hushmeadows {
 class PosixFileAccess final : public FileAccess {
 public:
     ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const override;
-    std::unique_ptr<Lock> lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const override;
+    LockResult lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const override;
 
     // The first `headSize` and last `tailSize` bytes of a regular file (fewer
     // when it is shorter), for headers that say what a file holds; nothing

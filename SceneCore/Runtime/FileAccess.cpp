@@ -34,7 +34,7 @@ public:
         return {std::move(data), std::nullopt};
     }
 
-    std::unique_ptr<Lock> lock(const fs::path&, std::chrono::milliseconds) const override { return std::make_unique<Lock>(); }
+    LockResult lock(const fs::path&, std::chrono::milliseconds) const override { return {std::make_unique<Lock>(), {}}; }
 };
 
 std::mutex& installedMutex()

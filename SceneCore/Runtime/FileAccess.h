@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace hushmeadows {
 
@@ -38,6 +39,15 @@ public:
         virtual ~Lock() = default;
     };
 
+    // The lock, or why there is none: timed_out when another process held it
+    // for the whole wait, else the system's reason for not opening the lock
+    // file (read_only_file_system, no_space_on_device, not_a_directory...).
+    struct LockResult {
+        std::unique_ptr<Lock> held;
+        std::error_code failure;
+        explicit operator bool() const { return held != nullptr; }
+    };
+
     virtual ~FileAccess() = default;
 
     // The whole file, at most `limit` bytes. Opens only regular files, never
@@ -45,8 +55,9 @@ public:
     virtual ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const = 0;
 
     // An exclusive advisory lock on `lockFile` (created when missing), waiting
-    // at most `wait`. Nothing when it could not be had in time.
-    virtual std::unique_ptr<Lock> lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const = 0;
+    // at most `wait`. Creating it is a write: callers that only read take no
+    // lock.
+    virtual LockResult lock(const std::filesystem::path& lockFile, std::chrono::milliseconds wait) const = 0;
 
     // The installed adapter, or the portable fallback.
     static std::shared_ptr<const FileAccess> current();

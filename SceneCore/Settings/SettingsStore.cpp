@@ -3,6 +3,7 @@
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/PathContainment.h"
 #include "SceneCore/Settings/AppDataFolder.h"
 #include "SceneCore/Settings/SharedFolder.h"
 
@@ -64,6 +65,30 @@ std::error_code moveWithoutReplacing(const fs::path& from, const fs::path& to)
     return error;
 }
 
+// Why a folder could not be written to, in a person's words; the system's
+// own words for anything rarer.
+std::string folderTrouble(std::error_code error)
+{
+    if (error == std::errc::read_only_file_system)
+        return "the folder is read-only";
+    if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted)
+        return "no permission to write in the folder";
+    if (error == std::errc::no_space_on_device)
+        return "the disk is full";
+    if (error == std::errc::not_a_directory)
+        return "a part of its path is not a folder";
+    return error.message();
+}
+
+// Why the lock beside the settings could not be had.
+std::string lockTrouble(std::error_code error, std::chrono::milliseconds wait)
+{
+    if (error != std::errc::timed_out)
+        return folderTrouble(error);
+    auto count = wait.count() % 1000 == 0 ? std::to_string(wait.count() / 1000) + " s" : std::to_string(wait.count()) + " ms";
+    return "another process has held it for " + count;
+}
+
 std::string temporaryName(const fs::path& url)
 {
     static std::atomic<std::uint64_t> counter{0};
@@ -79,10 +104,21 @@ std::string temporaryName(const fs::path& url)
 
 } // namespace
 
-SettingsStore::SettingsStore(fs::path fileURL, Clock clock)
+SettingsStore::SettingsStore(fs::path fileURL, Clock clock, std::optional<fs::path> existingHome)
     : fileURL_(std::move(fileURL))
     , clock_(clock ? std::move(clock) : Clock([] { return std::chrono::system_clock::now(); }))
+    , existingHome_(std::move(existingHome))
 {
+}
+
+SettingsStore SettingsStore::shared(const Environment& environment)
+{
+    auto file = sharedFileURL(environment);
+    auto home = SharedFolder::realHomeDirectory(environment);
+    // Without any home the path is relative to wherever the program runs:
+    // nothing is made there either (the empty home never exists).
+    bool insideHome = home.empty() ? file.is_relative() : isPathInside(file, home);
+    return SettingsStore(std::move(file), {}, insideHome ? std::optional(home) : std::nullopt);
 }
 
 fs::path SettingsStore::sharedFileURL(const Environment& environment)
@@ -97,14 +133,25 @@ fs::path SettingsStore::defaultFileURL(const Environment& environment)
 
 HushmeadowsSettings SettingsStore::load()
 {
-    // Only a moment's wait: a writer holds the lock for milliseconds, and the
-    // file is replaced atomically, so reading without it is still whole.
-    auto held = FileAccess::current()->lock(lockFileURL(), std::chrono::milliseconds(100));
     std::lock_guard guard(lock_);
-    return loadLocked();
+    // Saves replace the file atomically, so reading needs no file lock, and a
+    // reader that took it would leave a lock file behind.
+    if (auto settings = loadLocked(false))
+        return *settings;
+    // Moving the file aside is a write: under the file lock, judged again,
+    // since a writer may have replaced it meanwhile and its file must stay.
+    // Only a moment's wait: a writer holds the lock for milliseconds (and an
+    // update on this store, holding it, waits for this load to end).
+    constexpr std::chrono::milliseconds wait(100);
+    auto held = FileAccess::current()->lock(lockFileURL(), wait);
+    if (!held) {
+        Log::settings.error("Settings file left in place, using defaults: cannot lock it: %{private}s", lockTrouble(held.failure, wait));
+        return HushmeadowsSettings::defaultSettings();
+    }
+    return *loadLocked(true);
 }
 
-HushmeadowsSettings SettingsStore::loadLocked()
+std::optional<HushmeadowsSettings> SettingsStore::loadLocked(bool mayMove)
 {
     lastSetAside_.reset();
     auto data = readSmallFile(fileURL_, maximumFileSize);
@@ -112,37 +159,41 @@ HushmeadowsSettings SettingsStore::loadLocked()
         // Only a regular file that is ours to judge is ever moved; a folder,
         // device or pipe at this path is left where it is.
         auto failure = *data.failure;
-        if (failure == FileAccess::ReadFailure::tooLarge)
+        if (failure == FileAccess::ReadFailure::tooLarge) {
+            if (!mayMove)
+                return std::nullopt;
             setAsideLocked("larger than 1 MB");
-        else if (failure != FileAccess::ReadFailure::missing)
+        } else if (failure != FileAccess::ReadFailure::missing) {
             Log::settings.error("Settings file unusable, using defaults: %{private}s", std::string(FileAccess::describe(failure)));
+        }
         return HushmeadowsSettings::defaultSettings();
     }
     try {
         return HushmeadowsSettings::decode(data.text);
     } catch (const DecodingError& decodingError) {
+        if (!mayMove)
+            return std::nullopt;
         Log::settings.error("Settings file unreadable, using defaults: %{private}s", std::string(decodingError.what()));
         setAsideLocked("not valid settings JSON");
         return HushmeadowsSettings::defaultSettings();
     }
 }
 
-std::expected<HushmeadowsSettings, std::error_code> SettingsStore::update(const Change& change)
+std::expected<HushmeadowsSettings, SettingsStore::Failure> SettingsStore::update(const Change& change)
 {
     // The lock file lives beside the settings, so their folder comes first.
-    std::error_code folderError;
-    if (!fileURL_.parent_path().empty())
-        fs::create_directories(fileURL_.parent_path(), folderError);
-    auto held = FileAccess::current()->lock(lockFileURL(), std::chrono::seconds(10));
+    if (auto folder = makeFolder(); !folder)
+        return std::unexpected(folder.error());
+    auto held = FileAccess::current()->lock(lockFileURL(), updateWait);
     if (!held)
-        return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
+        return std::unexpected(Failure{held.failure, "cannot lock " + fileURL_.string() + ": " + lockTrouble(held.failure, updateWait)});
     HushmeadowsSettings changed;
     {
         std::lock_guard guard(lock_);
-        auto current = loadLocked();
+        auto current = *loadLocked(true);
         auto result = change(current);
         if (!result)
-            return std::unexpected(std::make_error_code(std::errc::invalid_argument));
+            return std::unexpected(Failure{std::make_error_code(std::errc::invalid_argument), "the change was refused"});
         changed = std::move(*result);
     }
     if (auto saved = save(changed); !saved)
@@ -150,23 +201,51 @@ std::expected<HushmeadowsSettings, std::error_code> SettingsStore::update(const 
     return changed;
 }
 
+std::expected<void, SettingsStore::Failure> SettingsStore::makeFolder() const
+{
+    auto cannotSave = [&](std::error_code code, const std::string& why) {
+        return std::unexpected(Failure{code, "cannot save " + fileURL_.string() + ": " + why});
+    };
+    std::error_code error;
+    if (existingHome_ && (existingHome_->empty() || !fs::is_directory(*existingHome_, error)))
+        return cannotSave(std::make_error_code(std::errc::no_such_file_or_directory),
+                          existingHome_->empty() ? "no home folder is known (HOME is not set)"
+                                                 : "the home folder " + existingHome_->string() + " does not exist");
+    auto folder = fileURL_.parent_path();
+    if (folder.empty())
+        return {};
+    fs::create_directories(folder, error);
+    if (!error)
+        return {};
+    // Name the file that stands where a folder should be.
+    for (auto part = folder; !part.empty(); part = part.parent_path()) {
+        std::error_code ignored;
+        auto status = fs::status(part, ignored);
+        if (fs::exists(status) && !fs::is_directory(status))
+            return cannotSave(std::make_error_code(std::errc::not_a_directory), part.string() + " is not a folder");
+        if (part == part.parent_path())
+            break;
+    }
+    return cannotSave(error, "cannot make the folder " + folder.string() + ": " + folderTrouble(error));
+}
+
 std::filesystem::path SettingsStore::lockFileURL() const
 {
     return fileURL_.parent_path() / (fileURL_.filename().string() + ".lock");
 }
 
-std::expected<void, std::error_code> SettingsStore::save(const HushmeadowsSettings& settings)
+std::expected<void, SettingsStore::Failure> SettingsStore::save(const HushmeadowsSettings& settings)
 {
     SaveHandler handler;
     {
         std::lock_guard guard(lock_);
+        if (auto made = makeFolder(); !made)
+            return std::unexpected(made.error());
+        auto cannotSave = [&](std::error_code code) {
+            return std::unexpected(Failure{code, "cannot save " + fileURL_.string() + ": " + folderTrouble(code)});
+        };
         std::error_code error;
         auto folder = fileURL_.parent_path();
-        if (!folder.empty()) {
-            fs::create_directories(folder, error);
-            if (error)
-                return std::unexpected(error);
-        }
 
         auto temporary = folder / temporaryName(fileURL_);
         std::string text = settings.encode();
@@ -180,7 +259,7 @@ std::expected<void, std::error_code> SettingsStore::save(const HushmeadowsSettin
             if (!out) {
                 auto failure = lastStreamError();
                 fs::remove(temporary, error);
-                return std::unexpected(failure);
+                return cannotSave(failure);
             }
         }
 
@@ -188,7 +267,7 @@ std::expected<void, std::error_code> SettingsStore::save(const HushmeadowsSettin
         if (error) {
             std::error_code ignored;
             fs::remove(temporary, ignored);
-            return std::unexpected(error);
+            return cannotSave(error);
         }
         handler = didSaveHandler_;
     }

@@ -34,8 +34,17 @@ public:
     // Larger files are set aside without being read.
     static constexpr std::uintmax_t maximumFileSize = 1'048'576;
 
+    // Why a save or an update did not happen, as one sentence for a person
+    // ("cannot lock /x/Settings.json: the folder is read-only").
+    struct Failure {
+        std::error_code code;
+        std::string description;
+    };
+
     // The clock dates set-aside files; the system clock when none is given.
-    explicit SettingsStore(std::filesystem::path fileURL, Clock clock = {});
+    // With `existingHome`, saving makes missing folders only when that folder
+    // exists, so a home that is not there is never made.
+    explicit SettingsStore(std::filesystem::path fileURL, Clock clock = {}, std::optional<std::filesystem::path> existingHome = {});
 
     SettingsStore(const SettingsStore&) = delete;
     SettingsStore& operator=(const SettingsStore&) = delete;
@@ -46,18 +55,23 @@ public:
     static std::filesystem::path sharedFileURL(const Environment& environment = Environment::current());
     // The application-data folder's Settings.json.
     static std::filesystem::path defaultFileURL(const Environment& environment = Environment::current());
+    // A store on sharedFileURL that makes its folder only inside an existing
+    // home (or under an XDG_CONFIG_HOME outside the home, which may be made).
+    static SettingsStore shared(const Environment& environment = Environment::current());
 
     // Missing file: the defaults, silently. A regular file above
     // maximumFileSize or not decodable: logged on "settings" at error level,
     // set aside, defaults. Anything else at the path (a folder, a device, an
     // unreadable file) is left in place: logged, defaults.
+    // Setting aside is the only thing a load ever writes: a file that reads
+    // well is read without the lock file, which is neither taken nor made.
     HushmeadowsSettings load();
 
     // Writes the record (pretty printed, keys in field order) atomically: into
     // a temporary file in the same folder, then renamed over the old one, so a
     // reader sees the old file or the new one, never half of one. Creates the
     // folder when needed. On success the didSave handler runs, outside the lock.
-    std::expected<void, std::error_code> save(const HushmeadowsSettings& settings);
+    std::expected<void, Failure> save(const HushmeadowsSettings& settings);
 
     // Moves the file to "<name without extension>.unreadable-<stamp>.json"
     // beside it, the stamp being the clock's time in ISO 8601 UTC with every
@@ -70,9 +84,11 @@ public:
     // Loads, applies `change` and saves while holding the lock beside the
     // file ("Settings.json.lock"), so that processes changing different keys
     // at once never lose each other's change. A change that refuses (nothing)
-    // fails with invalid_argument and saves nothing.
+    // fails with invalid_argument and saves nothing. Another process holding
+    // the lock for longer than updateWait fails with timed_out.
     using Change = std::function<std::optional<HushmeadowsSettings>(const HushmeadowsSettings&)>;
-    std::expected<HushmeadowsSettings, std::error_code> update(const Change& change);
+    std::expected<HushmeadowsSettings, Failure> update(const Change& change);
+    static constexpr std::chrono::seconds updateWait{10};
 
     // What the last load() moved out of the way, for telling a person.
     struct SetAside {
@@ -88,12 +104,16 @@ public:
     static std::string setAsideStamp(std::chrono::system_clock::time_point moment);
 
 private:
-    HushmeadowsSettings loadLocked();
+    // The record, or nothing when the file must be set aside but `mayMove`
+    // is false.
+    std::optional<HushmeadowsSettings> loadLocked(bool mayMove);
     std::optional<std::filesystem::path> setAsideLocked(std::string_view reason);
     std::filesystem::path lockFileURL() const;
+    std::expected<void, Failure> makeFolder() const;
 
     std::filesystem::path fileURL_;
     Clock clock_;
+    std::optional<std::filesystem::path> existingHome_;
     std::mutex lock_;
     SaveHandler didSaveHandler_;
     std::optional<SetAside> lastSetAside_;

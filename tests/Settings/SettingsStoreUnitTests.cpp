@@ -1,8 +1,10 @@
 #include "SceneCore/Settings/SettingsStore.h"
 
+#include "SceneCore/Runtime/FileAccess.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -142,7 +144,7 @@ TEST_F(SettingsStoreTest, SaveAndUpdateRoundTripEveryFieldAndAnnounceIt)
 
     // A refused change saves nothing.
     auto refused = nested.update([](const HushmeadowsSettings&) { return std::optional<HushmeadowsSettings>(); });
-    EXPECT_EQ(refused.error(), std::errc::invalid_argument);
+    EXPECT_EQ(refused.error().code, std::errc::invalid_argument);
     EXPECT_EQ(announced.size(), 2u);
 }
 
@@ -175,6 +177,149 @@ TEST_F(SettingsStoreTest, ReaderNeverSeesHalfASave)
     }
     writer.join();
     EXPECT_TRUE(log.lines("settings").empty());
+}
+
+std::optional<HushmeadowsSettings> unchanged(const HushmeadowsSettings& settings)
+{
+    return settings;
+}
+
+TEST_F(SettingsStoreTest, SavingMakesNoHomeAndNamesWhatIsInTheWay)
+{
+    fs::create_directories(folder / "home");
+    testing::writeText(folder / "plain", "");
+    const fs::path gone = folder / "gone";
+    auto linuxAt = [](std::optional<fs::path> home, std::optional<std::string> configHome) {
+        Environment environment;
+        environment.platform = Environment::Platform::linuxDesktop;
+        environment.processHome = std::move(home);
+        environment.xdgConfigHome = std::move(configHome);
+        return environment;
+    };
+    struct Case {
+        std::string name;
+        Environment environment;
+        std::string failure; // empty: saved
+    };
+    const std::string goneHome = "the home folder " + gone.string() + " does not exist";
+    const Case cases[] = {
+        {"home", linuxAt(folder / "home", {}), ""},
+        {"missing home", linuxAt(gone, {}), goneHome},
+        {"missing home, configuration inside it", linuxAt(gone, (gone / "config").string()), goneHome},
+        // XDG_CONFIG_HOME is made when missing; it is not the home.
+        {"missing home, configuration elsewhere", linuxAt(gone, (folder / "config").string()), ""},
+        {"no home at all", linuxAt(std::nullopt, {}), "no home folder is known (HOME is not set)"},
+        {"a file in the way", linuxAt(folder / "home", (folder / "plain/config").string()), (folder / "plain").string() + " is not a folder"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto shared = SettingsStore::shared(c.environment);
+        auto updated = shared.update(unchanged);
+        if (c.failure.empty()) {
+            EXPECT_TRUE(updated.has_value());
+            EXPECT_TRUE(fs::is_regular_file(shared.fileURL()));
+        } else {
+            ASSERT_FALSE(updated.has_value());
+            EXPECT_EQ(updated.error().description, "cannot save " + shared.fileURL().string() + ": " + c.failure);
+            EXPECT_FALSE(shared.save({}).has_value());
+        }
+    }
+    EXPECT_FALSE(fs::exists(gone));
+}
+
+// The lock port as the store meets it: every lock asked for is noted; it can
+// be refused, or let another writer act while the store waits for it.
+struct LockLedger final : FileAccess {
+    std::shared_ptr<const FileAccess> files = FileAccess::current();
+    mutable std::vector<fs::path> asked;
+    std::error_code refusal;
+    std::function<void()> whileWaiting;
+
+    ReadResult read(const fs::path& file, std::uintmax_t limit) const override { return files->read(file, limit); }
+    LockResult lock(const fs::path& lockFile, std::chrono::milliseconds) const override
+    {
+        asked.push_back(lockFile);
+        if (whileWaiting)
+            whileWaiting();
+        if (refusal)
+            return {nullptr, refusal};
+        return {std::make_unique<Lock>(), {}};
+    }
+};
+
+struct SettingsStoreLockTest : SettingsStoreTest {
+    std::shared_ptr<LockLedger> ledger = std::make_shared<LockLedger>();
+    SettingsStoreLockTest() { FileAccess::install(ledger); }
+    ~SettingsStoreLockTest() override { FileAccess::install(ledger->files); }
+};
+
+TEST_F(SettingsStoreLockTest, OnlySettingAsideTakesTheLock)
+{
+    struct Case {
+        std::string name;
+        std::optional<std::string> text; // nothing: no file
+        bool folderAtPath;
+        bool locks;
+    };
+    const Case cases[] = {
+        {"missing", std::nullopt, false, false},
+        {"valid", R"({"isMuted": true})", false, false},
+        {"a folder at the path", std::nullopt, true, false},
+        {"not JSON", "{ not json", false, true},
+        {"too large", paddedSettings(SettingsStore::maximumFileSize + 1), false, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ledger->asked.clear();
+        if (c.text)
+            testing::writeText(file, *c.text);
+        if (c.folderAtPath)
+            fs::create_directories(file);
+        store.load();
+        EXPECT_EQ(ledger->asked, c.locks ? std::vector<fs::path>{folder / "Settings.json.lock"} : std::vector<fs::path>{});
+        EXPECT_EQ(store.lastSetAside().has_value(), c.locks);
+        for (const auto& name : namesIn(folder.path()))
+            fs::remove_all(folder / name);
+    }
+}
+
+TEST_F(SettingsStoreLockTest, WhatAWriterReplacedMeanwhileIsNotSetAside)
+{
+    testing::writeText(file, "{ not json");
+    ledger->whileWaiting = [&] { testing::writeText(file, R"({"isMuted": true})"); };
+    EXPECT_TRUE(store.load().isMuted);
+    EXPECT_FALSE(store.lastSetAside());
+    EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{"Settings.json"}));
+    EXPECT_TRUE(log.lines("settings").empty());
+}
+
+TEST_F(SettingsStoreLockTest, ARefusedLockLeavesTheFileAndSaysWhy)
+{
+    struct Case {
+        std::errc refusal;
+        std::string whenLoading;
+        std::string whenUpdating;
+    };
+    const Case cases[] = {
+        {std::errc::read_only_file_system, "the folder is read-only", "the folder is read-only"},
+        {std::errc::no_space_on_device, "the disk is full", "the disk is full"},
+        {std::errc::timed_out, "another process has held it for 100 ms", "another process has held it for 10 s"},
+    };
+    testing::writeText(file, "{ not json");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.whenUpdating);
+        ledger->refusal = std::make_error_code(c.refusal);
+        log.clear();
+        EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
+        EXPECT_FALSE(store.lastSetAside());
+        EXPECT_THAT(log.lines("settings"), ::testing::ElementsAre(::testing::EndsWith(c.whenLoading)));
+
+        auto updated = store.update(unchanged);
+        ASSERT_FALSE(updated.has_value());
+        EXPECT_EQ(updated.error().code, c.refusal);
+        EXPECT_EQ(updated.error().description, "cannot lock " + file.string() + ": " + c.whenUpdating);
+        EXPECT_EQ(contents(file), "{ not json");
+    }
 }
 
 } // namespace

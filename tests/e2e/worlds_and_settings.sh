@@ -70,6 +70,65 @@ done
 
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/system:relative/ignored
 file=$XDG_CONFIG_HOME/hushmeadows/Settings.json
+mkdir elsewhere
+
+# Commands that only read leave every entry of the work folder as it was (its
+# kind, mode, size and modification time, which any write or any file made
+# and removed changes): no lock file beside the settings or beside --file, no
+# configuration folder, no home. Checked now, with nothing there, and at the
+# end with settings and worlds.
+reads=(
+  "|settings"
+  "|list"
+  "|settings --file $work/elsewhere/Settings.json"
+  "|list --file $work/elsewhere/Settings.json"
+  "HOME=$work/nohome XDG_CONFIG_HOME=|settings"
+  "HOME=$work/nohome XDG_CONFIG_HOME=|list"
+)
+tree_state() { find "$work" ! -name read.txt ! -name before.txt -printf '%p %y %m %s %T@\n' | sort; }
+reads_leave_nothing() {
+  local entry assignments arguments
+  touch before.txt read.txt # made before the first look, rewritten in place after
+  for entry in "${reads[@]}"; do
+    IFS='|' read -r assignments arguments <<< "$entry"
+    read -ra assignments <<< "$assignments"; read -ra arguments <<< "$arguments"
+    tree_state > before.txt
+    env "${assignments[@]}" "$program" "${arguments[@]}" > read.txt 2>&1 || { cat read.txt >&2; fail "$entry failed"; }
+    tree_state | diff -u before.txt - || fail "$entry changed the folders"
+  done
+}
+reads_leave_nothing
+
+# A change that cannot be saved says why on one line, and makes no home that
+# is not there.
+write_fails() { # message command...
+  local message=$1 status=0; shift
+  "$@" > /dev/null 2> err.txt || status=$?
+  [ "$status" = 1 ] && [ "$(cat err.txt)" = "hushmeadows settings: $message" ] \
+    || fail "expected \"$message\", got status $status: $(head -c 300 err.txt)"
+}
+write_fails "cannot save $work/nohome/.config/hushmeadows/Settings.json: the home folder $work/nohome does not exist" \
+  env HOME="$work/nohome" XDG_CONFIG_HOME= "$program" settings set isMuted true
+[ ! -e nohome ] || fail "a missing home was made"
+touch plain
+write_fails "cannot save $work/plain/Settings.json: $work/plain is not a folder" "$program" settings set isMuted true --file "$work/plain/Settings.json"
+
+# A read-only folder. Root writes through permission bits, so where a private
+# mount namespace can be had the folder is bind-mounted read-only inside it
+# (nothing outlives the command); without one, a user other than root is
+# stopped by the permission bits and told that instead.
+mkdir ro; echo '{}' > ro/Settings.json
+read_only() { unshare -rm sh -c 'mount --bind "$1" "$1" && mount -o remount,bind,ro "$1" && shift && exec "$@"' sh "$work/ro" "$@"; }
+if read_only true 2> /dev/null; then
+  write_fails "cannot lock $work/ro/Settings.json: the folder is read-only" read_only "$program" settings set isMuted true --file "$work/ro/Settings.json"
+elif [ "$(id -u)" != 0 ]; then
+  chmod a-w ro
+  write_fails "cannot lock $work/ro/Settings.json: no permission to write in the folder" "$program" settings set isMuted true --file "$work/ro/Settings.json"
+  chmod u+w ro
+else
+  echo "note: root without a private mount namespace: a read-only folder cannot be made, not tested"
+fi
+[ "$(ls ro)" = Settings.json ] && [ "$(cat ro/Settings.json)" = "{}" ] || fail "the read-only folder changed"
 
 "$program" settings > out.json
 [ "$(grep -c '^  "' out.json)" = 21 ] || fail "not 21 fields"
@@ -130,5 +189,17 @@ package "$XDG_DATA_HOME/hushmeadows/Worlds/zz.hushmeadow" "$bundled" "Mine"
   printf 'failed\tbad\\nx: ok.hushmeadow: No world.json in bad\\nx: ok.hushmeadow\n'; } > expected.txt
 grep -v "	bundled$" list.txt > seen.txt || true
 diff -u expected.txt seen.txt || fail "list differs"
+
+# Another process holding the lock: waited for, then named as such.
+exec 9> "$file.lock"
+flock -x 9
+write_fails "cannot lock $file: another process has held it for 10 s" "$program" settings set isMuted false
+exec 9>&-
+
+# Reads again, now among settings, worlds and a set-aside file, with no lock
+# file yet.
+rm "$file.lock"
+echo '{"isMuted": true}' > elsewhere/Settings.json
+reads_leave_nothing
 
 echo "worlds and settings: all cases passed"
