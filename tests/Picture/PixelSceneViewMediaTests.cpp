@@ -21,6 +21,8 @@ public:
     PixelRect frame;
     Magnification magnification = Magnification::linear;
     std::vector<MarginBar> bars;
+    std::vector<PixelRect> changed;
+    int updates = 0;
 
     Size boundsSize() const override { return bounds; }
     double backingScale() const override { return scale; }
@@ -29,6 +31,12 @@ public:
         artwork = std::move(image);
         frame = rect;
         magnification = m;
+    }
+    void updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& rects) override
+    {
+        artwork = std::move(image);
+        changed = rects;
+        ++updates;
     }
     void setMargins(std::vector<MarginBar> b) override { bars = std::move(b); }
     void clear() override
