@@ -192,8 +192,14 @@ TEST_F(PixelSceneViewTest, VideoReplacesThePosterAndMovesOnTheTickUntilSuspended
         EXPECT_FALSE(view.isTicking());
         EXPECT_FALSE(view.isPlaying());
         const auto held = surface.artwork;
+        // A hidden view keeps no timer and, once the frames already asked
+        // for are in, decodes nothing.
+        EXPECT_EQ(loop.pendingCount(), 0u);
+        tick();
+        const int read = videos.framesRead;
         tick();
         tick();
+        EXPECT_EQ(videos.framesRead, read);
         EXPECT_EQ(surface.artwork, held);
         view.setSuspended(reason, false);
         EXPECT_TRUE(view.isTicking());
