@@ -21,6 +21,8 @@ ColorRGB8 toColor(double red, double green, double blue)
 
 int roundPixel(double v) { return static_cast<int>(std::lround(v)); }
 
+constexpr double latePollInterval = 0.003;
+
 } // namespace
 
 PixelSceneView::PixelSceneView(SceneSurface& surface, PosterStore& posters, RunLoop& mainLoop, VideoSourceMaker makeSource)
@@ -152,12 +154,17 @@ void PixelSceneView::updateRunState()
 
 void PixelSceneView::scheduleTick()
 {
-    // Wake when the next frame falls due; while none is decoded yet (loading,
-    // or the decoder behind), look again within half a frame's time.
-    const double rate = std::max(source_->nominalFrameRate(), 48.0);
-    double delay = 0.5 / rate;
+    // Wake when the next frame falls due. While none is decoded yet: before
+    // the first, look again within half a frame's time; later, at the time
+    // the next should be due, and once that has passed (the decoder is
+    // behind) every few milliseconds, so a late frame is not made later.
+    const double now = mainLoop_.mediaTime();
+    const double rate = std::max(source_->nominalFrameRate(), 1.0);
+    double delay = 0.5 / std::max(rate, 48.0);
     if (auto due = source_->nextFrameDueTime())
-        delay = std::clamp(*due - mainLoop_.mediaTime(), 0.0, 1.0);
+        delay = std::clamp(*due - now, 0.0, 1.0);
+    else if (showsVideo_)
+        delay = std::clamp(source_->lastFrameDueTime() + 1 / rate - now, latePollInterval, 1.0);
     tick_ = mainLoop_.postAfter(delay, [this] {
         pumpFrame();
         // pumpFrame lets the tick go for good when nothing will ever come.
