@@ -281,6 +281,9 @@ void HushmeadowsScreenSaverView::scheduleFrameReport()
             return;
         Log::saver.notice("[%{public}s] frames after 5 s: %ld role=%{public}s", view.instanceID_, view.sceneView_->framesDisplayed(),
                           rawValue(view.role_));
+        const FrameLateness::Summary late = view.sceneView_->frameLateness();
+        Log::saver.notice("[%{public}s] frame lateness after 5 s: p50=%.1f ms p99=%.1f ms max=%.1f ms skipped=%ld", view.instanceID_,
+                          late.median * 1000, late.p99 * 1000, late.maximum * 1000, late.skipped);
     });
 }
 

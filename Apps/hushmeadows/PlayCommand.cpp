@@ -221,6 +221,7 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
 
     screen.view->startAnimation();
     loop.run();
+    screen.logFrameLateness();
     screen.view->stopAnimation();
     // The picture has stopped: the kernel releases decoders, threads and the
     // display at once, where an orderly teardown would wait for whatever the

@@ -115,8 +115,10 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     std::vector<SaverScreen> screens;
     auto stopAll = [&](const char* why) {
         Log::saver.notice("stopping: %{public}s", why);
-        for (auto& screen : screens)
+        for (auto& screen : screens) {
+            screen.logFrameLateness();
             screen.view->screenSaverWillStop();
+        }
         loop.quit();
     };
     // In place before SDL starts, so that the first SIGTERM, however early,

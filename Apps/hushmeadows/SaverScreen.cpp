@@ -80,3 +80,18 @@ void SaverScreen::setSuspended(Suspension reason, bool suspended)
 }
 
 } // namespace hushmeadows
+
+namespace hushmeadows {
+
+void SaverScreen::logFrameLateness() const
+{
+    SceneView* scene = view->sceneView();
+    if (!scene)
+        return;
+    const FrameLateness::Summary late = scene->frameLateness();
+    Log::saver.notice("[%{public}s] frames shown: %ld late p50=%.1f ms p99=%.1f ms max=%.1f ms skipped=%ld pixels drawn: %lld",
+                      view->instanceID(), late.frames, late.median * 1000, late.p99 * 1000, late.maximum * 1000, late.skipped,
+                      surface->pixelsDrawn());
+}
+
+} // namespace hushmeadows

@@ -52,6 +52,9 @@ struct SaverScreen {
     // Size and visibility changes of the window reach its scene view.
     void handleEvent(const SDL_Event& event);
     void setSuspended(Suspension reason, bool suspended);
+    // Logs how late the video's frames came over the whole run (the
+    // benchmark reads it); call before the view stops.
+    void logFrameLateness() const;
 
     std::uint64_t window = 0;
     std::unique_ptr<SDLSceneSurface> surface;

@@ -22,6 +22,10 @@ public:
     Size boundsSize() const override;
     double backingScale() const override;
     void setArtwork(std::shared_ptr<const Image> image, PixelRect frame, Magnification magnification) override;
+    // Core Animation magnifies on the GPU from the frame's own pixels, so a
+    // changed part saves no drawing here: the new frame replaces the
+    // contents whole (the view already skips frames equal to the last).
+    void updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& changed) override;
     void setMargins(std::vector<MarginBar> bars) override;
     void clear() override;
 

@@ -110,6 +110,16 @@ void LayerSceneSurface::setArtwork(std::shared_ptr<const Image> image, PixelRect
     [CATransaction commit];
 }
 
+void LayerSceneSurface::updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>&)
+{
+    [CATransaction begin];
+    [CATransaction setDisableActions:YES];
+    CGImageRef contents = makeCGImage(std::move(image));
+    layers_->artwork.contents = (__bridge id)contents;
+    CGImageRelease(contents);
+    [CATransaction commit];
+}
+
 void LayerSceneSurface::setMargins(std::vector<MarginBar> bars)
 {
     double scale = std::max(backingScale(), 1.0);

@@ -1,5 +1,6 @@
 #include "Platforms/Linux/SDLSceneSurface.h"
 
+#include "SceneCore/Picture/FrameDamage.h"
 #include "SceneCore/Picture/NearestUpscaler.h"
 
 #include <SDL_syswm.h>
@@ -255,6 +256,39 @@ void SDLSceneSurface::setArtwork(std::shared_ptr<const Image> image, PixelRect f
         prepareArtwork();
 }
 
+int SDLSceneSurface::wholeNearestScale() const
+{
+    if (!drawable_ || magnification_ != Magnification::nearest || frame_.isEmpty())
+        return 0;
+    const Image& image = *drawable_;
+    const int scale = frame_.width / image.width;
+    return scale >= 1 && frame_.width == image.width * scale && frame_.height == image.height * scale ? scale : 0;
+}
+
+void SDLSceneSurface::updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& changed)
+{
+    if (!image || !artwork_ || image->size() != artwork_->size() || wholeNearestScale() == 0) {
+        setArtwork(std::move(image), frame_, magnification_);
+        return;
+    }
+    artwork_ = std::move(image);
+    prepareArtwork();
+    if (!drawable_) {
+        backgroundDirty_ = true;
+        return;
+    }
+    // Drawn whole at the next render anyway.
+    if (backgroundDirty_ || artworkDirty_)
+        return;
+    // Parts of several frames add up: each is against the one before, so
+    // together they cover everything that differs from what shows.
+    damage_.insert(damage_.end(), changed.begin(), changed.end());
+    if (damage_.size() > 2 * FrameDamage::maxRects) {
+        damage_.clear();
+        artworkDirty_ = true;
+    }
+}
+
 void SDLSceneSurface::setMargins(std::vector<MarginBar> bars)
 {
     if (bars == bars_)
@@ -325,21 +359,62 @@ bool SDLSceneSurface::render()
         return false;
 
     SDL_Surface* into = canvas_ ? canvas_ : target_;
-    const bool draws = backgroundDirty_ || artworkDirty_;
-    if (backgroundDirty_)
+    const bool everything = backgroundDirty_;
+    std::vector<PixelRect> written;
+    if (backgroundDirty_) {
         drawBackground(into);
-    if (draws)
         drawArtwork(into);
-    if (canvas_ && draws)
-        SDL_BlitSurface(canvas_, nullptr, target_, nullptr);
-    if (window_)
-        SDL_UpdateWindowSurface(window_);
+        written.push_back({0, 0, into->w, into->h});
+    } else if (artworkDirty_) {
+        written.push_back(drawArtwork(into));
+    } else if (!damage_.empty()) {
+        drawDamage(into, written);
+    }
+    std::vector<SDL_Rect> rects;
+    for (const PixelRect& rect : written) {
+        if (rect.isEmpty())
+            continue;
+        rects.push_back({rect.x, rect.y, rect.width, rect.height});
+        pixelsDrawn_ += static_cast<long long>(rect.width) * rect.height;
+    }
+    if (canvas_) {
+        for (SDL_Rect& rect : rects) {
+            SDL_Rect at = rect;
+            SDL_BlitSurface(canvas_, &rect, target_, &at);
+        }
+    }
+    if (window_) {
+        // An expose lost everything the server showed: send it all again.
+        if (everything || presentPending_)
+            SDL_UpdateWindowSurface(window_);
+        else if (!rects.empty())
+            SDL_UpdateWindowSurfaceRects(window_, rects.data(), static_cast<int>(rects.size()));
+    }
 
     backgroundDirty_ = false;
     artworkDirty_ = false;
     presentPending_ = false;
+    damage_.clear();
     ++framesRendered_;
     return true;
+}
+
+void SDLSceneSurface::drawDamage(SDL_Surface* into, std::vector<PixelRect>& written)
+{
+    const int scale = wholeNearestScale();
+    if (scale == 0)
+        return;
+    const Image& image = *drawable_;
+    PixelAccess access(into);
+    PixelPlane destination{static_cast<std::uint8_t*>(into->pixels), static_cast<std::size_t>(into->pitch), into->w, into->h};
+    for (const PixelRect& rect : damage_) {
+        const int x0 = std::max(rect.x, 0), y0 = std::max(rect.y, 0);
+        const int x1 = std::min(rect.x + rect.width, image.width), y1 = std::min(rect.y + rect.height, image.height);
+        if (x0 >= x1 || y0 >= y1)
+            continue;
+        const ConstPixelPlane part{image.row(y0) + static_cast<std::size_t>(x0) * 4, image.bytesPerRow, x1 - x0, y1 - y0};
+        written.push_back(NearestUpscaler::upscale(part, scale, destination, frame_.x + x0 * scale, frame_.y + y0 * scale));
+    }
 }
 
 void SDLSceneSurface::drawBackground(SDL_Surface* into)
@@ -390,28 +465,29 @@ void SDLSceneSurface::drawBar(SDL_Surface* into, const MarginBar& bar)
         std::memcpy(pixelAt(into, x0, y), row.data(), row.size() * 4);
 }
 
-void SDLSceneSurface::drawArtwork(SDL_Surface* into)
+PixelRect SDLSceneSurface::drawArtwork(SDL_Surface* into)
 {
     if (!drawable_ || frame_.isEmpty())
-        return;
+        return {};
     const Image& image = *drawable_;
 
-    const int scale = frame_.width / image.width;
-    const bool whole = scale >= 1 && frame_.width == image.width * scale && frame_.height == image.height * scale;
-    if (whole && magnification_ == Magnification::nearest) {
+    if (const int scale = wholeNearestScale()) {
         PixelAccess access(into);
         PixelPlane destination{static_cast<std::uint8_t*>(into->pixels), static_cast<std::size_t>(into->pitch), into->w, into->h};
-        NearestUpscaler::upscale(ConstPixelPlane::of(image), scale, destination, frame_.x, frame_.y);
-        return;
+        return NearestUpscaler::upscale(ConstPixelPlane::of(image), scale, destination, frame_.x, frame_.y);
     }
 
     // SDL only reads a surface; the pixels stay ours and are not written.
     SDL_Surface* source = SDL_CreateRGBSurfaceWithFormatFrom(const_cast<std::uint8_t*>(image.pixels.data()), image.width, image.height, 32,
                                                              static_cast<int>(image.bytesPerRow), into->format->format);
     if (!source)
-        return;
+        return {};
     stretchArtwork(into, source);
     SDL_FreeSurface(source);
+    const int x0 = std::max(frame_.x, 0), y0 = std::max(frame_.y, 0);
+    const int x1 = static_cast<int>(std::min<long long>(static_cast<long long>(frame_.x) + frame_.width, into->w));
+    const int y1 = static_cast<int>(std::min<long long>(static_cast<long long>(frame_.y) + frame_.height, into->h));
+    return x0 < x1 && y0 < y1 ? PixelRect{x0, y0, x1 - x0, y1 - y0} : PixelRect{};
 }
 
 void SDLSceneSurface::stretchArtwork(SDL_Surface* into, SDL_Surface* source)

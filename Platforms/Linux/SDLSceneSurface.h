@@ -19,9 +19,12 @@ namespace hushmeadows {
 // NearestUpscaler straight into the surface's pixels; every other scale goes
 // through SDL's software stretchers.
 //
-// Nothing is drawn until render(), and render() draws only when something
-// changed since the last frame: a still poster costs nothing while it stands.
-// Main thread only.
+// Nothing is drawn until render(), and render() draws only what changed since
+// the last frame: a still poster costs nothing while it stands, and a frame
+// of which the view says only parts changed (updateArtwork) has only those
+// parts magnified and sent to the X server (SDL_UpdateWindowSurfaceRects).
+// Anything that uncovers or moves pixels (a new place, size or picture,
+// margins, a resize) draws everything again. Main thread only.
 class SDLSceneSurface final : public SceneSurface {
 public:
     struct WindowOptions {
@@ -49,6 +52,9 @@ public:
     Size boundsSize() const override;
     double backingScale() const override { return 1.0; }
     void setArtwork(std::shared_ptr<const Image> image, PixelRect frame, Magnification magnification) override;
+    // Parts are redrawn only for nearest magnification by a whole scale;
+    // other pictures are redrawn whole.
+    void updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& changed) override;
     void setMargins(std::vector<MarginBar> bars) override;
     void clear() override;
 
@@ -62,7 +68,7 @@ public:
     // Draws and shows a frame when anything changed since the last one.
     // Returns whether it drew.
     bool render();
-    bool needsRender() const { return backgroundDirty_ || artworkDirty_ || presentPending_; }
+    bool needsRender() const { return backgroundDirty_ || artworkDirty_ || presentPending_ || !damage_.empty(); }
     // Draws everything again at the next render().
     void setNeedsDisplay() { backgroundDirty_ = true; }
 
@@ -70,6 +76,8 @@ public:
     // The X window drawn into, when the window is on X.
     std::optional<std::uint64_t> x11Window() const;
     long framesRendered() const { return framesRendered_; }
+    // Device pixels drawn by all renders so far (what the upscaling cost).
+    long long pixelsDrawn() const { return pixelsDrawn_; }
 
 private:
     SDLSceneSurface(SDL_Window* window, SDL_Surface* target);
@@ -80,7 +88,12 @@ private:
     void prepareArtwork();
     void drawBackground(SDL_Surface* into);
     void drawBar(SDL_Surface* into, const MarginBar& bar);
-    void drawArtwork(SDL_Surface* into);
+    // Each returns the device pixels it wrote.
+    PixelRect drawArtwork(SDL_Surface* into);
+    void drawDamage(SDL_Surface* into, std::vector<PixelRect>& written);
+    // The whole factor the artwork is magnified by with nearest sampling, or
+    // 0 when it is not so drawn.
+    int wholeNearestScale() const;
     void stretchArtwork(SDL_Surface* into, SDL_Surface* source);
 
     SDL_Window* window_ = nullptr;
@@ -106,7 +119,11 @@ private:
     bool backgroundDirty_ = true;
     bool artworkDirty_ = false;
     bool presentPending_ = false;
+    // Source pixels of the artwork changed since the last render, while
+    // nothing else needs drawing.
+    std::vector<PixelRect> damage_;
     long framesRendered_ = 0;
+    long long pixelsDrawn_ = 0;
 };
 
 } // namespace hushmeadows

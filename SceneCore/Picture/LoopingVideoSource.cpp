@@ -299,9 +299,21 @@ std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
         }
     }
     const TimedFrame& newest = due.back();
+    lastDueTime_ = *anchor_ + newest.time;
+    lastPassedOver_ = static_cast<long>(due.size()) - 1;
     if (hostTime - *anchor_ - newest.time > lateLimit)
         anchor_ = hostTime - newest.time;
     return newest.image;
+}
+
+std::optional<double> LoopingVideoSource::nextFrameDueTime() const
+{
+    if (!isPlaying())
+        return std::nullopt;
+    std::lock_guard lock(pipeline_->mutex);
+    if (pipeline_->ready.empty())
+        return std::nullopt;
+    return anchor_ ? *anchor_ + pipeline_->ready.front().time : 0.0;
 }
 
 void LoopingVideoSource::currentItemChanged(int urlIndex)

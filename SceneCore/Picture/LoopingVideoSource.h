@@ -65,6 +65,14 @@ public:
     // clock) that has not been handed out yet, or nullptr: the caller then
     // keeps showing its last frame.
     std::shared_ptr<const Image> copyNewFrame(double hostTime);
+    // Of the last frame copyNewFrame handed out: the host time it was due,
+    // and how many due frames before it were passed over for it.
+    double lastFrameDueTime() const { return lastDueTime_; }
+    long lastFramesPassedOver() const { return lastPassedOver_; }
+    // When the next decoded frame falls due (a time already past when the
+    // first frame waits), or nothing while none is decoded or the source
+    // does not play: the owner's cue to pull again.
+    std::optional<double> nextFrameDueTime() const;
     // Stops everything for good; every later call is ignored.
     void invalidate();
 
@@ -95,6 +103,8 @@ private:
     // the position reached when paused (or of the first frame before it).
     std::optional<double> anchor_;
     std::optional<double> position_;
+    double lastDueTime_ = 0;
+    long lastPassedOver_ = 0;
 
     std::shared_ptr<Pipeline> pipeline_;
     // Lets loads that finish after the source has gone find it gone.

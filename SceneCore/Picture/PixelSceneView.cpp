@@ -1,5 +1,6 @@
 #include "SceneCore/Picture/PixelSceneView.h"
 
+#include "SceneCore/Picture/FrameDamage.h"
 #include "SceneCore/Runtime/Log.h"
 
 #include <algorithm>
@@ -19,6 +20,8 @@ ColorRGB8 toColor(double red, double green, double blue)
 }
 
 int roundPixel(double v) { return static_cast<int>(std::lround(v)); }
+
+constexpr double latePollInterval = 0.003;
 
 } // namespace
 
@@ -80,6 +83,7 @@ void PixelSceneView::load(const WorldPackage& world)
 {
     unload();
     world_ = world;
+    lateness_ = FrameLateness();
     if (auto urls = world.videoURLs(); makeSource_ && !urls.empty())
         source_ = makeSource_(urls);
     updateRunState();
@@ -138,18 +142,35 @@ void PixelSceneView::updateRunState()
         return;
     if (running_) {
         source_->play();
-        if (!tick_) {
-            // Twice the video's rate, so each frame shows within half a
-            // frame's time of being due.
-            const double rate = std::max(source_->nominalFrameRate(), 48.0);
-            tick_ = mainLoop_.scheduleRepeating(0.5 / rate, [this] { pumpFrame(); });
-        }
+        if (!tick_)
+            scheduleTick();
     } else {
         source_->pause();
         if (tick_)
             tick_->cancel();
         tick_.reset();
     }
+}
+
+void PixelSceneView::scheduleTick()
+{
+    // Wake when the next frame falls due. While none is decoded yet: before
+    // the first, look again within half a frame's time; later, at the time
+    // the next should be due, and once that has passed (the decoder is
+    // behind) every few milliseconds, so a late frame is not made later.
+    const double now = mainLoop_.mediaTime();
+    const double rate = std::max(source_->nominalFrameRate(), 1.0);
+    double delay = 0.5 / std::max(rate, 48.0);
+    if (auto due = source_->nextFrameDueTime())
+        delay = std::clamp(*due - now, 0.0, 1.0);
+    else if (showsVideo_)
+        delay = std::clamp(source_->lastFrameDueTime() + 1 / rate - now, latePollInterval, 1.0);
+    tick_ = mainLoop_.postAfter(delay, [this] {
+        pumpFrame();
+        // pumpFrame lets the tick go for good when nothing will ever come.
+        if (tick_ && running_ && source_)
+            scheduleTick();
+    });
 }
 
 void PixelSceneView::pumpFrame()
@@ -166,14 +187,36 @@ void PixelSceneView::pumpFrame()
     auto frame = source_->copyNewFrame(mainLoop_.mediaTime());
     if (!frame)
         return; // the last frame (or the poster) stays
-    const bool sameSize = showsVideo_ && artwork_ && artwork_->size() == frame->size();
-    artwork_ = std::move(frame);
-    showsVideo_ = true;
+    showFrame(std::move(frame));
     ++framesDisplayed_;
-    if (sameSize && artworkFrame_)
-        surface_.setArtwork(artwork_, *artworkFrame_, world_->manifest().visual.pixelArt ? Magnification::nearest : Magnification::linear);
-    else
+    // The surface presents what it was given before the run loop next waits.
+    lateness_.record(mainLoop_.mediaTime() - source_->lastFrameDueTime(), source_->lastFramesPassedOver());
+}
+
+void PixelSceneView::showFrame(std::shared_ptr<const Image> frame)
+{
+    const bool samePlace = showsVideo_ && artwork_ && artworkFrame_ && artwork_->size() == frame->size();
+    showsVideo_ = true;
+    if (!samePlace) {
+        // The first frame after the poster, or a new size: laid out afresh.
+        artwork_ = std::move(frame);
         layout();
+        return;
+    }
+    FrameDamage damage = FrameDamage::between(*artwork_, *frame);
+    switch (damage.kind) {
+    case FrameDamage::Kind::none:
+        // What shows is this frame already; its buffer goes back to the pool.
+        return;
+    case FrameDamage::Kind::some:
+        artwork_ = std::move(frame);
+        surface_.updateArtwork(artwork_, damage.rects);
+        return;
+    case FrameDamage::Kind::whole:
+        artwork_ = std::move(frame);
+        surface_.setArtwork(artwork_, *artworkFrame_, world_->manifest().visual.pixelArt ? Magnification::nearest : Magnification::linear);
+        return;
+    }
 }
 
 void PixelSceneView::tearDown()

@@ -21,9 +21,10 @@ namespace hushmeadows {
 // made from the poster's edges or the world's matte colour. The poster shows
 // until the first frame arrives, and for good when no video plays.
 //
-// A repeating frame tick on the run loop pulls the frame due at the loop's
-// media time while the view runs: when it is asked to play, has a world and
-// no Suspension reason holds it. Main thread only.
+// While the view runs (asked to play, a world loaded, no Suspension reason
+// holding it), a frame tick on the run loop pulls each frame when it falls
+// due. Only the parts of a frame that differ from the one showing go to the
+// surface, and a frame equal to it costs nothing more. Main thread only.
 class PixelSceneView final : public SceneView {
 public:
     // Makes the video source of a world's files; an empty maker shows posters only.
@@ -47,6 +48,7 @@ public:
     bool isPlaying() const override { return running_ && !(source_ && source_->didFail()); }
     long loopCount() const override { return source_ ? source_->loopCount() : 0; }
     long framesDisplayed() const override { return framesDisplayed_; }
+    FrameLateness::Summary frameLateness() const override { return lateness_.summary(); }
     bool isSuspended(Suspension reason) const { return (suspensions_ & bit(reason)) != 0; }
     // The frame tick runs (for tests and diagnostics).
     bool isTicking() const { return tick_ != nullptr; }
@@ -74,6 +76,8 @@ private:
     static unsigned bit(Suspension reason) { return 1u << static_cast<unsigned>(reason); }
     void showPoster(PosterStore::EntryPtr entry);
     void updateRunState();
+    void scheduleTick();
+    void showFrame(std::shared_ptr<const Image> frame);
     void unload();
 
     std::unique_ptr<SceneSurface> ownedSurface_;
@@ -98,6 +102,7 @@ private:
     std::shared_ptr<const Image> artwork_;
     std::optional<SceneLayout::Result> lastLayout_;
     long framesDisplayed_ = 0;
+    FrameLateness lateness_;
     // Poster completions of an earlier world do nothing.
     std::shared_ptr<int> generation_ = std::make_shared<int>(0);
 };

@@ -50,6 +50,11 @@ public:
     // The picture at `frame` (device pixels, top-left origin; it may overhang
     // the view, which crops it).
     virtual void setArtwork(std::shared_ptr<const Image> image, PixelRect frame, Magnification magnification) = 0;
+    // The next frame of the picture showing: the same size, at the same
+    // place, differing from it only inside `changed` (source pixels, as
+    // FrameDamage finds them). A surface that can redraw and present part
+    // of a picture does only that; any other shows the new picture whole.
+    virtual void updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& changed) = 0;
     virtual void setMargins(std::vector<MarginBar> bars) = 0;
     // Back to black: no artwork, no bars.
     virtual void clear() = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "SceneCore/Picture/FrameLateness.h"
 #include "SceneCore/Picture/Geometry.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
@@ -35,6 +36,8 @@ public:
     virtual bool isPlaying() const = 0;
     virtual long loopCount() const = 0;
     virtual long framesDisplayed() const = 0;
+    // How late the video's frames came on screen since the world was loaded.
+    virtual FrameLateness::Summary frameLateness() const = 0;
 };
 
 // Makes scene views sized to a view's bounds.

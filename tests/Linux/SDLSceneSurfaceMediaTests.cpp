@@ -114,5 +114,51 @@ TEST(SDLSceneSurface, LinearMagnificationBlendsBetweenNeighbours)
     }
 }
 
+// Only the changed rectangles are magnified when the picture is drawn by a
+// whole scale with nearest sampling; any other picture is drawn whole, and
+// parts of several frames add up until the next render.
+TEST(SDLSceneSurface, PartialUpdatesDrawOnlyTheChangedPartsOfWholeNearestPictures)
+{
+    struct Case {
+        const char* name;
+        PixelRect frame;
+        Magnification magnification;
+        long long drawn; // device pixels drawn for the two updates
+    };
+    const Case cases[] = {
+        {"whole nearest", {0, 0, 80, 48}, Magnification::nearest, 32 * 32 + 32 * 16},
+        {"cropped at the left", {-8, 0, 80, 48}, Magnification::nearest, 24 * 32 + 32 * 16},
+        {"fractional", {0, 0, 70, 42}, Magnification::nearest, 70 * 42},
+        {"linear", {0, 0, 80, 48}, Magnification::linear, 80 * 48},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        OwnedSurface target(80, 48, SDL_PIXELFORMAT_XRGB8888);
+        SDLSceneSurface surface(target.surface);
+        auto first = std::make_shared<Image>(testing::posterImage(20, 12, PixelFormat::bgra8));
+        surface.setArtwork(first, c.frame, c.magnification);
+        ASSERT_TRUE(surface.render());
+        const long long before = surface.pixelsDrawn();
+
+        // Two frames, each changing one pixel in a different tile.
+        auto second = std::make_shared<Image>(*first);
+        second->row(1)[1 * 4] ^= 0xff;
+        auto third = std::make_shared<Image>(*second);
+        third->row(9)[10 * 4 + 1] ^= 0xff;
+        surface.updateArtwork(second, {{0, 0, 8, 8}});
+        surface.updateArtwork(third, {{8, 8, 8, 4}});
+        ASSERT_TRUE(surface.render());
+        EXPECT_EQ(surface.pixelsDrawn() - before, c.drawn);
+        EXPECT_FALSE(surface.render()) << "nothing changed since";
+
+        // What shows equals the last picture drawn whole.
+        OwnedSurface reference(80, 48, SDL_PIXELFORMAT_XRGB8888);
+        SDLSceneSurface whole(reference.surface);
+        whole.setArtwork(third, c.frame, c.magnification);
+        ASSERT_TRUE(whole.render());
+        expectPixels(target.surface, [&](int x, int y) { return colorAt(reference.surface, x, y); });
+    }
+}
+
 } // namespace
 } // namespace hushmeadows

@@ -112,10 +112,13 @@ TEST_F(SaverTest, ARunAnnouncesAndLogsItself)
                                                  "allDisplays=false role=display audioOptIn=true muted=false audioAllowed=true")));
     for (int i = 0; i < 10; ++i)
         view.animateOneFrame();
+    ASSERT_NE(scenes.last, nullptr);
+    scenes.last->lateness = {10, 3, 0.0012, 0.008, 0.0405};
     loop.advance(4.9);
     EXPECT_THAT(saverLines(), ::testing::Not(Contains(HasSubstr("frames after"))));
     loop.advance(0.1);
     EXPECT_THAT(saverLines(), Contains("[zz] frames after 5 s: 10 role=display"));
+    EXPECT_THAT(saverLines(), Contains("[zz] frame lateness after 5 s: p50=1.2 ms p99=8.0 ms max=40.5 ms skipped=3"));
 }
 
 TEST_F(SaverTest, NoWorldIsLoggedAndStaysBlack)

@@ -95,10 +95,12 @@ public:
     bool isPlaying() const override { return false; }
     long loopCount() const override { return 0; }
     long framesDisplayed() const override { return frames; }
+    FrameLateness::Summary frameLateness() const override { return lateness; }
 
     bool pixelPerfect = false;
     bool fillsView = false;
     long frames = 0;
+    FrameLateness::Summary lateness;
 
 private:
     std::vector<std::string>& journal_;

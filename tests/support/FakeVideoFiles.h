@@ -20,6 +20,7 @@ public:
     double rate = 48;
 
     int openNow = 0;  // files open at this moment
+    int framesRead = 0; // frames decoded from all files
     int mostOpen = 0; // the most open at once
 
     VideoFileOpener opener()
@@ -51,6 +52,7 @@ private:
         {
             if (next_ >= count_)
                 return std::nullopt;
+            ++owner_.framesRead;
             auto image = pool.take(2, 1, PixelFormat::bgra8);
             image->pixels[0] = static_cast<std::uint8_t>(next_);
             image->pixels[1] = static_cast<std::uint8_t>(number_);
