@@ -57,9 +57,10 @@ constexpr std::int64_t largestVideoPixels = std::int64_t{VideoFile::largestFrame
 bool statesOversizedVideo(const AVFormatContext& format)
 {
     for (unsigned index = 0; index < format.nb_streams; ++index) {
-        const AVCodecParameters& stream = *format.streams[index]->codecpar;
-        if (stream.codec_type == AVMEDIA_TYPE_VIDEO && stream.width > 0 && stream.height > 0
-            && VideoFile::frameSizeProblem({stream.width, stream.height}))
+        const AVStream& candidate = *format.streams[index];
+        const AVCodecParameters& stream = *candidate.codecpar;
+        if (stream.codec_type == AVMEDIA_TYPE_VIDEO && !(candidate.disposition & AV_DISPOSITION_ATTACHED_PIC) && stream.width > 0
+            && stream.height > 0 && VideoFile::frameSizeProblem({stream.width, stream.height}))
             return true;
     }
     return false;
