@@ -14,6 +14,7 @@
 #include "Platforms/Linux/ThreadSerialQueue.h"
 #include "Platforms/Linux/X11SaverDisplay.h"
 #include "SceneCore/Picture/PosterStore.h"
+#include "SceneCore/Runtime/Log.h"
 
 #include <SDL.h>
 
@@ -42,7 +43,10 @@ constexpr const char* usage =
     "  --poster-only       show the world's poster instead of its video\n"
     "  --framing MODE      fill the window, or show the whole scene (overrides the settings)\n"
     "  --no-pixel-perfect  allow fractional scales for pixel art (overrides the settings)\n"
-    "Runs until the window is closed, Escape is pressed, or SIGTERM or SIGINT arrives.\n";
+    "Runs until the window is closed or destroyed, Escape is pressed, or SIGTERM or SIGINT arrives.\n";
+
+// How often a foreign window's destruction is looked for, as by the saver.
+constexpr double destructionPollInterval = 0.1;
 
 struct PlayOptions {
     std::optional<std::string> world;
@@ -186,6 +190,16 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     }
     SaverScreen::SDLVideo video;
 
+    if (options->windowID) {
+        // Its owner may destroy it at any moment: we end with it.
+        if (!(*display)->windowFrame(*options->windowID)) {
+            std::fprintf(err, "hushmeadows play: there is no X window 0x%llx on this display\n",
+                         static_cast<unsigned long long>(*options->windowID));
+            return 1;
+        }
+        (*display)->watchForDestruction(*options->windowID);
+    }
+
     SDLSceneSurface::WindowOptions windowOptions;
     windowOptions.size = options->windowSize;
     windowOptions.foreignWindow = options->windowID;
@@ -219,10 +233,27 @@ int runPlayCommand(const std::vector<std::string>& arguments, const MediaProbe& 
     LinuxPowerEvents power(loop);
     power.observeSuspensions([&screen](Suspension reason, bool suspended) { screen.setSuspended(reason, suspended); });
 
+    std::shared_ptr<Cancellable> poll;
+    bool destroyed = false;
+    if (options->windowID) {
+        poll = loop.scheduleRepeating(destructionPollInterval, [&] {
+            if (!(*display)->takeEvents().destroyed)
+                return;
+            Log::saver.notice("stopping: the window was destroyed");
+            destroyed = true;
+            screen.host->windowWasDestroyed();
+            screen.view->viewDidMoveToWindow();
+            loop.quit();
+        });
+    }
+
     screen.view->startAnimation();
     loop.run();
     screen.logFrameLateness();
-    screen.view->stopAnimation();
+    if (poll)
+        poll->cancel();
+    if (!destroyed) // else already stopped, with nothing left to draw on
+        screen.view->stopAnimation();
     // The picture has stopped: the kernel releases decoders, threads and the
     // display at once, where an orderly teardown would wait for whatever the
     // queues are still doing.

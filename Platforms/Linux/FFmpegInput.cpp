@@ -1,5 +1,7 @@
 #include "Platforms/Linux/FFmpegInput.h"
 
+#include "SceneCore/Picture/VideoFile.h"
+
 extern "C" {
 #include <libavutil/avstring.h>
 #include <libavutil/error.h>
@@ -48,6 +50,20 @@ const char* allowedDemuxers(MediaKind kind)
 int refuseNestedOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
 {
     return AVERROR(EPERM);
+}
+
+constexpr std::int64_t largestVideoPixels = std::int64_t{VideoFile::largestFrameSide} * VideoFile::largestFrameSide;
+
+bool statesOversizedVideo(const AVFormatContext& format)
+{
+    for (unsigned index = 0; index < format.nb_streams; ++index) {
+        const AVStream& candidate = *format.streams[index];
+        const AVCodecParameters& stream = *candidate.codecpar;
+        if (stream.codec_type == AVMEDIA_TYPE_VIDEO && !(candidate.disposition & AV_DISPOSITION_ATTACHED_PIC) && stream.width > 0
+            && stream.height > 0 && VideoFile::frameSizeProblem({stream.width, stream.height}))
+            return true;
+    }
+    return false;
 }
 
 struct DictionaryDeleter {
@@ -188,10 +204,20 @@ std::expected<FFmpegInput, std::string> FFmpegInput::open(const std::filesystem:
         || (format->iformat->flags & AVFMT_NOFILE))
         return std::unexpected(std::string("not an accepted media format"));
 
-    // Decoders opened while probing stream parameters also use one thread.
+    // A video whose header states frames too large to show is not probed
+    // further: probing decodes frames, and its users refuse it from this
+    // header alone.
+    if (kind == MediaKind::video && statesOversizedVideo(*format))
+        return FFmpegInput(std::move(source), std::move(format));
+
+    // Decoders opened while probing stream parameters also use one thread,
+    // and none makes a picture larger than a video may have.
     std::vector<AVDictionary*> streamOptions(format->nb_streams, nullptr);
-    for (auto& entry : streamOptions)
+    for (auto& entry : streamOptions) {
         av_dict_set(&entry, "threads", "1", 0);
+        if (kind == MediaKind::video)
+            av_dict_set_int(&entry, "max_pixels", largestVideoPixels, 0);
+    }
     result = avformat_find_stream_info(format.get(), streamOptions.empty() ? nullptr : streamOptions.data());
     for (auto& entry : streamOptions)
         av_dict_free(&entry);

@@ -86,19 +86,20 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
     const AVStream* stream = input->bestStream(AVMEDIA_TYPE_VIDEO);
     if (!stream)
         return failure(VideoProbeFailure::noVideoTrack);
+    // A frame too large to hold is refused from the header, before any is decoded.
+    if (auto problem = VideoFile::frameSizeProblem({stream->codecpar->width, stream->codecpar->height}))
+        return failure(VideoProbeFailure::unsupportedFormat, problem);
     if (!avcodec_find_decoder(stream->codecpar->codec_id))
         return failure(VideoProbeFailure::notPlayable);
     if (!(input->durationSeconds(*stream) > 0))
         return failure(VideoProbeFailure::zeroDuration);
-    // A frame too large to hold is refused before any is decoded.
-    if (VideoFile::frameSizeProblem({stream->codecpar->width, stream->codecpar->height}))
-        return failure(VideoProbeFailure::unsupportedFormat);
 
     auto decoder = FFmpegInput::makeDecoder(*stream);
     if (!decoder)
         return failure(decoder.error().failure == DecoderFailure::noDecoder ? VideoProbeFailure::notPlayable
                                                                             : VideoProbeFailure::cannotBeRead);
     AVCodecContext& context = **decoder;
+    context.max_pixels = std::int64_t{VideoFile::largestFrameSide} * VideoFile::largestFrameSide;
     // Some codecs state their pixel format only once a frame has been decoded
     // (and never when no frame can be); those are checked on that frame.
     if (context.pix_fmt != AV_PIX_FMT_NONE && !FFmpegBGRAConverter::accepts(context.width, context.height, context.pix_fmt))
@@ -115,8 +116,8 @@ std::optional<VideoProbeResult> FFmpegMediaProbe::probeVideo(const std::filesyst
 
     // Convert what actually came out, which may differ from the stated
     // format and size, exactly as playback will.
-    if (VideoFile::frameSizeProblem({frame->width, frame->height}))
-        return failure(VideoProbeFailure::unsupportedFormat);
+    if (auto problem = VideoFile::frameSizeProblem({frame->width, frame->height}))
+        return failure(VideoProbeFailure::unsupportedFormat, problem);
     Image picture = Image::blank(frame->width, frame->height, PixelFormat::bgra8);
     if (!FFmpegBGRAConverter().convert(*frame, picture))
         return failure(VideoProbeFailure::unsupportedFormat);

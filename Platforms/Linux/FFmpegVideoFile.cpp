@@ -19,6 +19,8 @@ std::expected<std::unique_ptr<VideoFile>, std::string> FFmpegVideoFile::open(con
     auto decoder = FFmpegInput::openDecoder(*stream);
     if (!decoder)
         return std::unexpected("no decoder for the video: " + ffmpegErrorText(decoder.error().code));
+    // A stream whose frames grow past its header's size fails to decode them.
+    (*decoder)->max_pixels = std::int64_t{largestFrameSide} * largestFrameSide;
     return std::unique_ptr<VideoFile>(new FFmpegVideoFile(std::move(*input), *stream, std::move(*decoder)));
 }
 

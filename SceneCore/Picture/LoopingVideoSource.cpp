@@ -1,11 +1,13 @@
 #include "SceneCore/Picture/LoopingVideoSource.h"
 
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Worlds/WorldPackage.h"
 #include "SceneCore/Runtime/Precondition.h"
 
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -25,6 +27,22 @@ constexpr double timeSlack = 1e-6;
 
 std::string fileName(const std::filesystem::path& path) { return path.filename().string(); }
 
+void logUnplayable(const std::filesystem::path& file, const std::string& problem)
+{
+    Log::video.error("%{public}s cannot be played: %{private}s", fileName(file), problem);
+    Log::video.error("No playable video in %{public}s", fileName(file));
+}
+
+// What an opened file's header already rules out, as the media check judges it.
+std::optional<std::string> headerProblem(const VideoFile& file)
+{
+    if (auto size = VideoFile::frameSizeProblem(file.pixelSize()))
+        return size;
+    if (!(file.duration() > 0))
+        return videoProbeReason({VideoProbeFailure::zeroDuration, std::nullopt});
+    return std::nullopt;
+}
+
 // One decoded frame on the source's timeline (seconds from the start of the
 // first item), with the item it belongs to.
 struct TimedFrame {
@@ -41,15 +59,18 @@ struct TimedFrame {
 struct LoopingVideoSource::Pipeline {
     std::vector<std::filesystem::path> urls;
     VideoFileOpener open;
+    RunLoop* mainLoop = nullptr;
+    std::weak_ptr<LoopingVideoSource*> owner;
     std::atomic<bool> cancelled{false};
     std::atomic<bool> decodingScheduled{false};
 
     std::mutex mutex;
     std::deque<TimedFrame> ready;
+    std::size_t readyBytes = 0;
     // Files the main thread queued for the decoder (indices into urls).
     std::deque<int> upcoming;
-    // Single-file mode: the one file loops instead of taking from upcoming.
-    bool loops = false;
+    // Single-file mode: the file that loops when nothing is upcoming, or -1.
+    int loopIndex = -1;
 
     // The decoder, on the queue only.
     ImagePool pool;
@@ -60,11 +81,34 @@ struct LoopingVideoSource::Pipeline {
     double frameInterval = 1 / fallbackFrameRate;
     std::optional<double> firstTime;
     double lastTime = 0;
+    // Files whose decoding error was logged once already.
+    std::set<int> errorsLogged;
 
+    bool holdsEnough()
+    {
+        std::lock_guard lock(mutex);
+        return ready.size() >= framesAhead || readyBytes >= bytesAhead;
+    }
     void decode();
     bool startNextItem();
-    void endItem();
+    void endItem(bool cleanEnd);
+    void drop(int index, const std::string& problem);
 };
+
+void LoopingVideoSource::Pipeline::drop(int index, const std::string& problem)
+{
+    logUnplayable(urls[static_cast<std::size_t>(index)], problem);
+    {
+        // Not tried again until the main thread says what plays instead.
+        std::lock_guard lock(mutex);
+        if (loopIndex == index)
+            loopIndex = -1;
+    }
+    mainLoop->post([owner = owner, index] {
+        if (auto source = owner.lock())
+            (*source)->fileFailed(index);
+    });
+}
 
 bool LoopingVideoSource::Pipeline::startNextItem()
 {
@@ -72,16 +116,20 @@ bool LoopingVideoSource::Pipeline::startNextItem()
         int next = 0;
         {
             std::lock_guard lock(mutex);
-            if (upcoming.empty())
+            if (!upcoming.empty()) {
+                next = upcoming.front();
+                upcoming.pop_front();
+            } else if (loopIndex >= 0) {
+                next = loopIndex; // the looping file, opened afresh
+            } else {
                 return false;
-            next = upcoming.front();
-            upcoming.pop_front();
+            }
         }
+        // It played when the source was prepared; it may have changed since.
         auto opened = open(urls[static_cast<std::size_t>(next)]);
-        if (!opened) {
-            // It played when the source was prepared; it is skipped now.
-            Log::video.error("%{public}s cannot be played: %{private}s", fileName(urls[static_cast<std::size_t>(next)]), opened.error());
-            Log::video.error("No playable video in %{public}s", fileName(urls[static_cast<std::size_t>(next)]));
+        auto problem = opened ? headerProblem(**opened) : std::optional(opened.error());
+        if (problem) {
+            drop(next, *problem);
             continue;
         }
         file = std::move(*opened);
@@ -94,14 +142,19 @@ bool LoopingVideoSource::Pipeline::startNextItem()
     }
 }
 
-void LoopingVideoSource::Pipeline::endItem()
+void LoopingVideoSource::Pipeline::endItem(bool cleanEnd)
 {
     // The next item's first frame follows the last frame after one frame's time.
     if (firstTime)
         itemStart += lastTime - *firstTime + frameInterval;
-    const bool hadFrames = firstTime.has_value();
     firstTime.reset();
-    if (loops && hadFrames && file->rewind()) {
+    bool loops = false;
+    {
+        std::lock_guard lock(mutex);
+        loops = loopIndex == urlIndex && upcoming.empty();
+    }
+    // A pass cut short by an error reopens the file instead: it may have changed.
+    if (loops && cleanEnd && file->rewind()) {
         ++item;
         return;
     }
@@ -112,26 +165,21 @@ void LoopingVideoSource::Pipeline::decode()
 {
     decodingScheduled.store(false);
     while (!cancelled.load()) {
-        {
-            std::lock_guard lock(mutex);
-            if (ready.size() >= framesAhead)
-                return;
-        }
+        if (holdsEnough())
+            return;
         if (!file && !startNextItem())
             return;
         auto frame = file->readFrame(pool);
-        if (!frame) {
-            Log::video.error("Decoding %{public}s stopped: %{private}s", fileName(urls[static_cast<std::size_t>(urlIndex)]), frame.error());
-            // A broken pass must not spin a single file forever.
-            if (loops && !firstTime)
-                loops = false;
-            endItem();
-            continue;
-        }
-        if (!*frame) {
-            if (loops && !firstTime)
-                loops = false;
-            endItem();
+        if (!frame || !*frame) {
+            if (!firstTime) {
+                // Not one frame this pass: the file is no longer playable.
+                drop(urlIndex, frame ? std::string("no frame decodes") : frame.error());
+                file.reset();
+                continue;
+            }
+            if (!frame && errorsLogged.insert(urlIndex).second)
+                Log::video.error("Decoding %{public}s stopped: %{private}s", fileName(urls[static_cast<std::size_t>(urlIndex)]), frame.error());
+            endItem(frame.has_value());
             continue;
         }
         const double time = (*frame)->presentationTime;
@@ -143,6 +191,7 @@ void LoopingVideoSource::Pipeline::decode()
         if (time < *firstTime)
             continue; // a frame before the item's start is never shown
         std::lock_guard lock(mutex);
+        readyBytes += (*frame)->image->byteCost();
         ready.push_back({std::move((*frame)->image), itemStart + (time - *firstTime), item, urlIndex});
     }
     // Invalidated: let the file go here, on the queue that used it.
@@ -161,6 +210,8 @@ LoopingVideoSource::LoopingVideoSource(std::vector<std::filesystem::path> urls, 
     ++liveSources;
     pipeline_->urls = urls_;
     pipeline_->open = std::move(open);
+    pipeline_->mainLoop = &mainLoop_;
+    pipeline_->owner = self_;
 
     std::weak_ptr<LoopingVideoSource*> self = self_;
     decodeQueue_->async([pipeline = pipeline_, self, loop = &mainLoop_] {
@@ -174,15 +225,14 @@ LoopingVideoSource::LoopingVideoSource(std::vector<std::filesystem::path> urls, 
             std::optional<std::string> problem;
             if (!file)
                 problem = file.error();
-            else if (auto size = VideoFile::frameSizeProblem((*file)->pixelSize()))
-                problem = size;
+            else if (auto stated = headerProblem(**file))
+                problem = stated;
             else if (auto first = (*file)->readFrame(pipeline->pool); !first)
                 problem = first.error();
             else if (!first->has_value())
                 problem = "no frame decodes";
             if (problem) {
-                Log::video.error("%{public}s cannot be played: %{private}s", fileName(pipeline->urls[index]), *problem);
-                Log::video.error("No playable video in %{public}s", fileName(pipeline->urls[index]));
+                logUnplayable(pipeline->urls[index], *problem);
                 continue;
             }
             if (playable.empty())
@@ -214,17 +264,55 @@ void LoopingVideoSource::prepare(const std::vector<int>& playable, double frameR
         didFail_ = true;
         return;
     }
-    if (playable.size() == 1) {
+    playlist_ = playable;
+    prepared_ = true;
+    choosePlayback();
+}
+
+void LoopingVideoSource::choosePlayback()
+{
+    if (playlist_.empty()) {
+        // Nothing left to play: the owner falls back as when nothing was
+        // playable at first, and no decoded frame is kept for nothing.
+        didFail_ = true;
+        order_.reset();
+        queue_.clear();
         std::lock_guard lock(pipeline_->mutex);
-        pipeline_->loops = true;
-        pipeline_->upcoming.push_back(playable.front());
+        pipeline_->ready.clear();
+        pipeline_->readyBytes = 0;
+        pipeline_->upcoming.clear();
+        pipeline_->loopIndex = -1;
+        return;
+    }
+    if (playlist_.size() == 1) {
+        order_.reset();
+        queue_.clear();
+        std::lock_guard lock(pipeline_->mutex);
+        pipeline_->upcoming.clear();
+        pipeline_->loopIndex = playlist_.front();
     } else {
-        playlist_ = playable;
         order_.emplace(static_cast<int>(playlist_.size()));
         topUpQueue();
     }
-    prepared_ = true;
     scheduleDecoding();
+}
+
+void LoopingVideoSource::fileFailed(int urlIndex)
+{
+    if (isInvalidated_ || didFail_)
+        return;
+    // Its queued items never play: the one showing, first in the queue once
+    // an item has become current, is another file's.
+    const auto kept = queue_.begin() + (lastCurrentItem_ && !queue_.empty() ? 1 : 0);
+    queue_.erase(std::remove(kept, queue_.end(), urlIndex), queue_.end());
+    {
+        std::lock_guard lock(pipeline_->mutex);
+        std::erase(pipeline_->upcoming, urlIndex);
+    }
+    if (std::erase(playlist_, urlIndex) > 0)
+        choosePlayback();
+    else
+        topUpQueue();
 }
 
 void LoopingVideoSource::topUpQueue()
@@ -232,7 +320,10 @@ void LoopingVideoSource::topUpQueue()
     if (isInvalidated_ || !order_)
         return;
     while (queue_.size() < maxQueuedItems) {
-        const int urlIndex = playlist_[static_cast<std::size_t>(order_->next())];
+        int urlIndex = playlist_[static_cast<std::size_t>(order_->next())];
+        // An order made afresh after a drop knows nothing of what came before.
+        if (!queue_.empty() && urlIndex == queue_.back())
+            urlIndex = playlist_[static_cast<std::size_t>(order_->next())];
         queue_.push_back(urlIndex);
         std::lock_guard lock(pipeline_->mutex);
         pipeline_->upcoming.push_back(urlIndex);
@@ -272,7 +363,6 @@ std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
     if (!isPlaying())
         return nullptr;
     std::vector<TimedFrame> due;
-    bool wantsMore = false;
     {
         std::lock_guard lock(pipeline_->mutex);
         auto& ready = pipeline_->ready;
@@ -281,13 +371,13 @@ std::shared_ptr<const Image> LoopingVideoSource::copyNewFrame(double hostTime)
                 anchor_ = hostTime - position_.value_or(ready.front().time);
             const double now = hostTime - *anchor_;
             while (!ready.empty() && ready.front().time <= now + timeSlack) {
+                pipeline_->readyBytes -= ready.front().image->byteCost();
                 due.push_back(std::move(ready.front()));
                 ready.pop_front();
             }
         }
-        wantsMore = ready.size() < framesAhead;
     }
-    if (wantsMore)
+    if (!pipeline_->holdsEnough())
         scheduleDecoding();
     if (due.empty())
         return nullptr;
@@ -324,10 +414,13 @@ void LoopingVideoSource::currentItemChanged(int urlIndex)
         if (!queue_.empty())
             queue_.pop_front();
     }
+    // A looping file is named once, not at every pass (a one-frame clip
+    // passes at its frame rate).
+    if (variationsPlayed_.empty() || variationsPlayed_.back() != urlIndex)
+        Log::video.info("Playing %{public}s", fileName(urls_[static_cast<std::size_t>(urlIndex)]));
     variationsPlayed_.push_back(urlIndex);
     if (variationsPlayed_.size() > historyLimit)
         variationsPlayed_.pop_front();
-    Log::video.info("Playing %{public}s", fileName(urls_[static_cast<std::size_t>(urlIndex)]));
     topUpQueue();
 }
 
@@ -341,7 +434,9 @@ void LoopingVideoSource::invalidate()
     {
         std::lock_guard lock(pipeline_->mutex);
         pipeline_->ready.clear();
+        pipeline_->readyBytes = 0;
         pipeline_->upcoming.clear();
+        pipeline_->loopIndex = -1;
     }
     order_.reset();
     playlist_.clear();

@@ -25,13 +25,20 @@ namespace hushmeadows {
 // it is due. Everything else belongs to the main thread (the run loop given).
 // invalidate() never waits for the queue; work that finishes afterwards does
 // nothing.
+//
+// A file that stops being playable while it plays (deleted, replaced, no
+// frame decodes any more) is dropped with its message and the rest play on;
+// when none is left the source fails, as when none was playable at first.
 class LoopingVideoSource {
 public:
     static constexpr const char* queueLabel = "app.hushmeadows.video";
     // Items prepared at once in a playlist: the one showing and two after it.
     static constexpr std::size_t maxQueuedItems = 3;
-    // Frames decoded ahead of the one showing.
+    // Frames decoded ahead of the one showing: at most framesAhead, and no
+    // more once they take bytesAhead, but always at least one. A 4096 × 4096
+    // frame alone takes 64 MiB.
     static constexpr std::size_t framesAhead = 4;
+    static constexpr std::size_t bytesAhead = 48 * 1024 * 1024;
 
     // Starts checking the files on the queue and returns at once.
     LoopingVideoSource(std::vector<std::filesystem::path> urls, RunLoop& mainLoop, std::unique_ptr<SerialQueue> decodeQueue,
@@ -51,7 +58,7 @@ public:
     bool didFail() const { return didFail_; }
     // Items played to their end: passes of a single file, or playlist items.
     long loopCount() const { return completedItems_; }
-    bool isPlaying() const { return prepared_ && wantsPlay_ && !isInvalidated_; }
+    bool isPlaying() const { return prepared_ && wantsPlay_ && !isInvalidated_ && !didFail_; }
     bool isPrepared() const { return prepared_; }
     // Playlist items prepared at once (never above maxQueuedItems).
     std::size_t queuedItemCount() const { return queue_.size(); }
@@ -80,6 +87,8 @@ private:
     struct Pipeline;
 
     void prepare(const std::vector<int>& playable, double frameRate);
+    void choosePlayback();
+    void fileFailed(int urlIndex);
     void topUpQueue();
     void currentItemChanged(int urlIndex);
     void scheduleDecoding();
@@ -92,8 +101,8 @@ private:
     bool prepared_ = false;
     bool isInvalidated_ = false;
     bool wantsPlay_ = false;
-    // Playlist mode: the playable files (indices into urls_), their order,
-    // and the items queued, the current one first.
+    // The playable files (indices into urls_); in playlist mode also their
+    // order and the items queued, the current one first.
     std::vector<int> playlist_;
     std::optional<VariationOrder<>> order_;
     std::deque<int> queue_;

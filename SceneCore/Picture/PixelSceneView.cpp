@@ -182,6 +182,16 @@ void PixelSceneView::pumpFrame()
         if (tick_)
             tick_->cancel();
         tick_.reset();
+        if (showsVideo_) {
+            // The video failed while playing: never a frozen last frame.
+            showsVideo_ = false;
+            artwork_.reset();
+            artworkFrame_.reset();
+            if (poster_)
+                showPoster(poster_);
+            else
+                surface_.clear();
+        }
         return;
     }
     auto frame = source_->copyNewFrame(mainLoop_.mediaTime());

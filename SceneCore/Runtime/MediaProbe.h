@@ -18,14 +18,14 @@ enum class VideoProbeFailure {
     notPlayable,          // no decoder on this machine for its codec
     zeroDuration,
     cannotBeRead,         // a reader cannot be made for it
-    unsupportedFormat,    // its frames cannot be converted to BGRA
+    unsupportedFormat,    // its frames cannot be converted to BGRA, or are too large; detail may say why
     decoderCouldNotStart,
     noDecodableFrames,    // the reader delivered nothing; detail may say why
 };
 
 struct VideoProbeResult {
     VideoProbeFailure failure;
-    std::optional<std::string> detail; // the reader's own error text, when it had one
+    std::optional<std::string> detail; // the reader's own error text, or the frame size refused
 };
 
 // The media checks that package validation needs, each reading one local file

@@ -319,7 +319,7 @@ std::string videoProbeReason(const VideoProbeResult& result)
     case VideoProbeFailure::notPlayable: return "not playable on this Mac";
     case VideoProbeFailure::zeroDuration: return "zero duration";
     case VideoProbeFailure::cannotBeRead: return "cannot be read";
-    case VideoProbeFailure::unsupportedFormat: return "unsupported video format";
+    case VideoProbeFailure::unsupportedFormat: return result.detail ? *result.detail : std::string("unsupported video format");
     case VideoProbeFailure::decoderCouldNotStart: return "decoder could not start";
     case VideoProbeFailure::noDecodableFrames: return result.detail ? *result.detail : std::string("no decodable frames");
     }

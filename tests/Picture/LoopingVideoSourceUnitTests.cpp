@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace hushmeadows {
 namespace {
 
@@ -92,6 +94,92 @@ TEST_F(LoopingVideoSourceTest, EveryUnplayableFileIsNamedOnceAndTheRestLoopsOrIt
             EXPECT_EQ(step(), anyGood ? std::optional(Shown(0, i % 3)) : std::nullopt) << "frame time " << i;
         EXPECT_EQ(source->didFail(), !anyGood);
         EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in gone.mp4", "No playable video in empty.mp4"));
+        // A file stating no length is judged as the media check judges it.
+        EXPECT_THAT(lines("empty.mp4 cannot"), ElementsAre("empty.mp4 cannot be played: zero duration"));
+    }
+}
+
+// Files that go bad while playing are dropped one by one, each named once,
+// and the rest play on without a gap: a playlist, then one file looping, then
+// nothing, when the source fails and lets its frames go.
+TEST_F(LoopingVideoSourceTest, FilesThatGoBadWhilePlayingAreDroppedAndTheRestPlayOnUntilNoneIsLeft)
+{
+    files.frames = {{"a.mp4", 2}, {"b.mp4", 3}, {"c.mp4", 1}};
+    make({"a.mp4", "b.mp4", "c.mp4"});
+    source->play();
+    auto play = [&](int steps) {
+        std::vector<Shown> shown;
+        for (int i = 0; i < steps; ++i) {
+            auto frame = step();
+            EXPECT_TRUE(frame) << "the picture froze at step " << i;
+            if (frame)
+                shown.push_back(*frame);
+            EXPECT_LE(source->queuedItemCount(), LoopingVideoSource::maxQueuedItems);
+        }
+        return shown;
+    };
+    auto files_in = [](const std::vector<Shown>& shown) {
+        std::set<int> numbers;
+        for (auto [file, frame] : shown)
+            numbers.insert(file);
+        return numbers;
+    };
+    ASSERT_EQ(files_in(play(40)), (std::set<int>{0, 1, 2}));
+
+    files.broken.insert("b.mp4"); // overwritten: it opens, nothing decodes
+    play(20);
+    auto later = play(40);
+    EXPECT_EQ(files_in(later), (std::set<int>{0, 2}));
+    for (std::size_t i = 1; i < later.size(); ++i)
+        if (later[i].second == 0) {
+            EXPECT_NE(later[i].first, later[i - 1].first) << "an item followed itself at " << i;
+        }
+
+    files.gone.insert("c.mp4"); // deleted
+    play(20);
+    const int opens = files.opens;
+    auto looping = play(40);
+    EXPECT_EQ(files_in(looping), (std::set<int>{0}));
+    EXPECT_EQ(files.opens, opens) << "a looping file is rewound, not opened again";
+    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in b.mp4", "No playable video in c.mp4"));
+
+    files.broken.insert("a.mp4");
+    for (int i = 0; i < 10 && !source->didFail(); ++i)
+        step();
+    EXPECT_TRUE(source->didFail());
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_EQ(step(), std::nullopt);
+    EXPECT_EQ(lines("No playable").size(), 3u);
+    EXPECT_EQ(files.openNow, 0);
+}
+
+// A one-frame clip loops on one open file and is named once, not per pass.
+TEST_F(LoopingVideoSourceTest, AOneFrameClipShowsItsFrameFromOneOpenAndOneLogLine)
+{
+    files.frames = {{"still.mp4", 1}};
+    make({"still.mp4"});
+    source->play();
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(step(), Shown(0, 0)) << "step " << i;
+    EXPECT_EQ(files.opens, 2) << "one open to check it, one to play it";
+    EXPECT_EQ(lines("Playing").size(), 1u);
+    EXPECT_GE(source->loopCount(), 98);
+}
+
+// Frames decoded ahead stop at four, or earlier once they take the byte
+// budget, but one is always ready.
+TEST_F(LoopingVideoSourceTest, FramesAheadAreBoundedByCountAndBytes)
+{
+    const std::pair<PixelSize, int> cases[] = {{{2, 1}, 4}, {{2048, 2048}, 3}, {{4096, 4096}, 1}};
+    for (const auto& [size, ahead] : cases) {
+        files = {};
+        files.frames = {{"a.mp4", 10}};
+        files.size = size;
+        make({"a.mp4"});
+        source->play();
+        settle();
+        EXPECT_EQ(files.framesRead - 1, ahead) << size.width << "x" << size.height; // one read to check it
+        source.reset();
     }
 }
 

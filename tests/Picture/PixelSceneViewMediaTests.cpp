@@ -214,5 +214,35 @@ TEST_F(PixelSceneViewTest, VideoReplacesThePosterAndMovesOnTheTickUntilSuspended
     EXPECT_EQ(videos.openNow, 0);
 }
 
+// A video that goes bad while playing leaves the poster, or black without
+// one, never its last frame frozen; and the tick rests.
+TEST_F(PixelSceneViewTest, AVideoThatFailsWhilePlayingGivesWayToThePosterOrBlack)
+{
+    for (bool hasPoster : {true, false}) {
+        videos = {};
+        videos.frames = {{"loop.mp4", 3}};
+        PixelSceneView view(surface, *posters, loop, videoMaker());
+        view.load(world(hasPoster ? "posed" : "bare", hasPoster ? std::optional<std::string>("poster.png") : std::nullopt));
+        view.play();
+        for (int i = 0; i < 4; ++i)
+            tick();
+        ASSERT_NE(surface.artwork, nullptr);
+        ASSERT_EQ(surface.artwork->width, 2) << "the video shows";
+
+        videos.broken.insert("loop.mp4");
+        for (int i = 0; i < 12 && view.isTicking(); ++i)
+            tick();
+        EXPECT_FALSE(view.isTicking());
+        if (hasPoster) {
+            ASSERT_NE(surface.artwork, nullptr);
+            EXPECT_EQ(surface.artwork->width, 640);
+        } else {
+            EXPECT_EQ(surface.artwork, nullptr);
+        }
+        view.tearDown();
+        videoQueue = nullptr;
+    }
+}
+
 } // namespace
 } // namespace hushmeadows

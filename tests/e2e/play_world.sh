@@ -205,7 +205,16 @@ geometry=$(geometry_of -id "$child")
 expect 10,0,200x120   # fit, scale 5
 stop TERM
 xwininfo -id "$child" > /dev/null 2>&1 || fail "the foreign window did not outlive the player"
+# Its owner going away destroys the window, and the player ends with it.
+"$program" play edges.hushmeadow --window-id "$child" --poster-only > out.txt 2> err.txt &
+player=$!
+expect 10,0,200x120
 kill "$host"; wait "$host" 2>/dev/null || true
+timeout 5 tail --pid="$player" -s 0.02 -f /dev/null || fail "still playing 5 s after its window was destroyed"
+status=0; wait "$player" || status=$?; player=""
+[ "$status" = 0 ] && grep -q 'the window was destroyed' err.txt || { cat err.txt >&2; fail "ended with status $status, not for the destroyed window"; }
+"$program" play edges.hushmeadow --window-id 0x1234567 > out.txt 2> err.txt && fail "a window that does not exist was accepted"
+grep -q 'no X window 0x1234567' err.txt || { cat err.txt >&2; fail "a window that does not exist: not said"; }
 
 # No poster: black, and the log says why.
 start bare.hushmeadow --window 160x90 --poster-only

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string>
 
 namespace hushmeadows::testing {
@@ -15,21 +16,30 @@ namespace hushmeadows::testing {
 class FakeVideoFiles {
 public:
     // Frame counts by file name; a name missing here fails to open, and a
-    // count of 0 opens but yields no frame.
+    // count of 0 opens (stating no duration) but yields no frame.
     std::map<std::string, int> frames;
     double rate = 48;
+    // The size every file states and decodes to.
+    PixelSize size{2, 1};
+    // Names whose open files fail every read from now on, as a file
+    // overwritten under its reader does.
+    std::set<std::string> broken;
+    // Names that no longer open, as deleted files; their numbers stay.
+    std::set<std::string> gone;
 
-    int openNow = 0;  // files open at this moment
-    int framesRead = 0; // frames decoded from all files
-    int mostOpen = 0; // the most open at once
+    int openNow = 0;    // files open at this moment
+    int mostOpen = 0;   // the most open at once
+    int opens = 0;      // files opened so far
+    int framesRead = 0; // frames decoded so far
 
     VideoFileOpener opener()
     {
         return [this](const std::filesystem::path& file) -> std::expected<std::unique_ptr<VideoFile>, std::string> {
             auto found = frames.find(file.filename().string());
-            if (found == frames.end())
+            if (found == frames.end() || gone.contains(found->first))
                 return std::unexpected(std::string("no such file"));
-            return std::make_unique<File>(*this, static_cast<int>(std::distance(frames.begin(), found)), found->second);
+            ++opens;
+            return std::make_unique<File>(*this, found->first, static_cast<int>(std::distance(frames.begin(), found)), found->second);
         };
     }
 
@@ -39,7 +49,8 @@ public:
 private:
     class File final : public VideoFile {
     public:
-        File(FakeVideoFiles& owner, int number, int count) : owner_(owner), number_(number), count_(count)
+        File(FakeVideoFiles& owner, std::string name, int number, int count)
+            : owner_(owner), name_(std::move(name)), number_(number), count_(count)
         {
             owner_.mostOpen = std::max(owner_.mostOpen, ++owner_.openNow);
         }
@@ -47,13 +58,15 @@ private:
 
         double frameRate() const override { return owner_.rate; }
         double duration() const override { return count_ / owner_.rate; }
-        PixelSize pixelSize() const override { return {2, 1}; }
+        PixelSize pixelSize() const override { return owner_.size; }
         std::expected<std::optional<VideoFrame>, std::string> readFrame(ImagePool& pool) override
         {
+            if (owner_.broken.contains(name_))
+                return std::unexpected(std::string("invalid data found"));
             if (next_ >= count_)
                 return std::nullopt;
             ++owner_.framesRead;
-            auto image = pool.take(2, 1, PixelFormat::bgra8);
+            auto image = pool.take(owner_.size.width, owner_.size.height, PixelFormat::bgra8);
             image->pixels[0] = static_cast<std::uint8_t>(next_);
             image->pixels[1] = static_cast<std::uint8_t>(number_);
             return VideoFrame{image, next_++ / owner_.rate};
@@ -66,6 +79,7 @@ private:
 
     private:
         FakeVideoFiles& owner_;
+        std::string name_;
         int number_;
         int count_;
         int next_ = 0;
