@@ -3,10 +3,13 @@
 #include "Platforms/Linux/FFmpegMediaProbe.h"
 #include "Platforms/Linux/FFmpegVideoFile.h"
 #include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Picture/LoopingVideoSource.h"
+#include "SceneCore/Runtime/ManualRunLoop.h"
 #include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManualSerialQueue.h"
 #include "tests/support/PackageWriter.h"
 
 #include <gmock/gmock.h>
@@ -240,6 +243,47 @@ TEST_F(WorldPackageTest, MediaSwappedAfterLoadingStayInsideThePackage)
         c.apply(folder);
         EXPECT_EQ(openedMedia(*package), c.expected) << c.change;
     }
+}
+
+// Playback opens a package's videos again for every item it plays: a video
+// swapped meanwhile for a link out of the package is refused then, and logged
+// as a file that cannot be played; the outside video never shows.
+TEST_F(WorldPackageTest, EveryLoopOpensOnlyWhatLiesInsideThePackage)
+{
+    testing::LogCapture log;
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["variations"] = {"b.mp4"};
+    auto package = load(m, {{"loop.mp4", testing::video()}, {"b.mp4", testing::video()}});
+    ASSERT_TRUE(package);
+    ManualRunLoop loop;
+    auto owned = std::make_unique<testing::ManualSerialQueue>(LoopingVideoSource::queueLabel);
+    auto* queue = owned.get();
+    LoopingVideoSource source(package->videoURLs(), loop, std::move(owned), &FFmpegVideoFile::open);
+    auto settle = [&] {
+        for (int i = 0; i < 3; ++i) {
+            queue->runAll();
+            loop.runPending();
+        }
+    };
+    settle();
+    ASSERT_TRUE(source.isPrepared());
+
+    testing::copyFile(testing::video({.width = 48, .height = 28}), dir / "outside.mp4");
+    for (const char* name : {"loop.mp4", "b.mp4"}) {
+        fs::remove(package->rootURL() / name);
+        fs::create_symlink(dir / "outside.mp4", package->rootURL() / name);
+    }
+    source.play();
+    std::set<std::pair<int, int>> shownSizes;
+    for (int frame = 0; frame < 48; ++frame) {
+        settle();
+        loop.advance(1.0 / 12);
+        if (auto image = source.copyNewFrame(loop.mediaTime()))
+            shownSizes.insert({image->width, image->height});
+    }
+    EXPECT_FALSE(shownSizes.contains({48, 28}));
+    EXPECT_THAT(log.lines("video"), ::testing::Contains(::testing::HasSubstr(
+        ".mp4 cannot be played: cannot open the file: it leads outside its world package")));
 }
 
 // A failing version or variation never fails the package: it is dropped and logged.
