@@ -41,26 +41,46 @@ private:
     int fd_;
 };
 
-// A folder held by an open descriptor: renaming it or putting something else
-// at its path does not change what the descriptor names.
-class PosixHeldFolder final : public FileAccess::HeldFolder {
-public:
-    explicit PosixHeldFolder(int fd)
-        : descriptor_(fd)
-    {
-    }
-    int descriptor() const { return descriptor_.get(); }
-
-private:
-    Descriptor descriptor_;
-};
-
 // Flags for a folder that is only looked through, never listed.
 #if defined(O_PATH)
 constexpr int searchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 #else
 constexpr int searchFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 #endif
+
+// A held folder is the folder's identity, not an open descriptor: a library
+// of hundreds of worlds, loaded once per display, must not use up the
+// process's descriptors. Each open finds the folder at its path again and
+// goes on only when it is the very folder that was held, so one renamed away
+// and replaced by another (or by a link elsewhere) is refused.
+class PosixHeldFolder final : public FileAccess::HeldFolder {
+public:
+    PosixHeldFolder(std::filesystem::path path, dev_t device, ino_t inode)
+        : path_(std::move(path))
+        , device_(device)
+        , inode_(inode)
+    {
+    }
+
+    // The folder opened for looking through, or the errno.
+    std::expected<int, int> open() const
+    {
+        int fd = ::open(path_.c_str(), searchFlags);
+        if (fd < 0)
+            return std::unexpected(errno);
+        struct stat status{};
+        if (::fstat(fd, &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) {
+            ::close(fd);
+            return std::unexpected(PosixFileAccess::outsideError);
+        }
+        return fd;
+    }
+
+private:
+    std::filesystem::path path_;
+    dev_t device_;
+    ino_t inode_;
+};
 
 constexpr int readFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
@@ -187,13 +207,26 @@ std::expected<int, int> PosixFileAccess::openBeneath(int folder, const std::file
     return walkBeneath(folder, relative, flags);
 }
 
+namespace {
+
+std::expected<int, int> openInside(const PosixHeldFolder& folder, const std::filesystem::path& relative, int flags)
+{
+    auto root = folder.open();
+    if (!root)
+        return root;
+    Descriptor held(*root);
+    return PosixFileAccess::openBeneath(held.get(), relative, flags);
+}
+
+} // namespace
+
 std::expected<int, int> PosixFileAccess::openForReading(const std::filesystem::path& file)
 {
     // O_NONBLOCK: opening a FIFO with no writer returns at once instead of
     // waiting for one; callers then refuse it as not regular.
     if (auto held = heldLocation(file)) {
         if (const auto* folder = dynamic_cast<const PosixHeldFolder*>(held->folder.get()))
-            return openBeneath(folder->descriptor(), held->relative, readFlags);
+            return openInside(*folder, held->relative, readFlags);
     }
     int fd = ::open(file.c_str(), readFlags);
     if (fd < 0)
@@ -226,10 +259,15 @@ std::optional<std::filesystem::path> PosixFileAccess::openedFilePath(const std::
 
 std::shared_ptr<const FileAccess::HeldFolder> PosixFileAccess::openFolder(const std::filesystem::path& folder) const
 {
-    int fd = ::open(folder.c_str(), searchFlags);
-    if (fd < 0)
+    std::error_code error;
+    auto path = std::filesystem::absolute(folder, error);
+    if (error)
         return nullptr;
-    return std::make_shared<PosixHeldFolder>(fd);
+    Descriptor fd(::open(path.c_str(), searchFlags));
+    struct stat status{};
+    if (fd.get() < 0 || ::fstat(fd.get(), &status) != 0)
+        return nullptr;
+    return std::make_shared<PosixHeldFolder>(std::move(path), status.st_dev, status.st_ino);
 }
 
 bool PosixFileAccess::staysInside(const std::filesystem::path& file) const
@@ -240,9 +278,9 @@ bool PosixFileAccess::staysInside(const std::filesystem::path& file) const
         return true;
     // Only looked up, not opened for reading: a device is never touched.
 #if defined(O_PATH)
-    auto opened = openBeneath(folder->descriptor(), held->relative, O_PATH | O_CLOEXEC);
+    auto opened = openInside(*folder, held->relative, O_PATH | O_CLOEXEC);
 #else
-    auto opened = openBeneath(folder->descriptor(), held->relative, readFlags);
+    auto opened = openInside(*folder, held->relative, readFlags);
 #endif
     if (opened)
         ::close(*opened);

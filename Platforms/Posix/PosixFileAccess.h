@@ -8,8 +8,9 @@
 namespace hushmeadows {
 
 // FileAccess on POSIX systems (Linux and macOS): open without blocking,
-// judge the opened descriptor, flock for the cross-process lock, and a held
-// folder as an open descriptor that files are opened beneath.
+// judge the opened descriptor, flock for the cross-process lock. A held
+// folder is the folder's identity: each open under it finds the folder at its
+// path, refuses it when it is no longer the one held, and opens beneath it.
 class PosixFileAccess final : public FileAccess {
 public:
     ReadResult read(const std::filesystem::path& file, std::uintmax_t limit) const override;
@@ -17,7 +18,8 @@ public:
     std::shared_ptr<const HeldFolder> openFolder(const std::filesystem::path& folder) const override;
     bool staysInside(const std::filesystem::path& file) const override;
 
-    // What an open gives for a file of a held folder that resolves outside it.
+    // What an open gives for a file of a held folder that resolves outside
+    // it, or when the folder at the held path is no longer the one held.
     static constexpr int outsideError = EXDEV;
 
     // Opens a file for reading, never blocking (a FIFO is not waited on):

@@ -43,7 +43,8 @@ public:
     // read or opened by a path under the folder's path (as written) is
     // resolved beneath the folder held: a link that leads out of it, or the
     // folder renamed away and something else put at its path, cannot make an
-    // open reach a file outside. Links that stay beneath are followed.
+    // open reach a file outside (adapters refuse such opens, or keep to the
+    // folder held). Links that stay beneath are followed.
     class HeldFolder {
     public:
         virtual ~HeldFolder() = default;

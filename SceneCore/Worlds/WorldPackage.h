@@ -21,8 +21,8 @@ namespace hushmeadows {
 
 // One loaded, validated world package folder. A value: every media location
 // is derived from rootURL on demand. A loaded package (and each copy of it)
-// keeps its folder held, so that the media opened later by those locations
-// resolve inside the folder that was loaded, whatever is swapped in since.
+// keeps its folder held (FileAccess::hold), so that the media opened later by
+// those locations resolve inside the folder that was loaded, or not at all.
 class WorldPackage {
 public:
     static constexpr std::string_view fileExtension = "hushmeadow";

@@ -136,18 +136,27 @@ TEST_P(HeldFolderContract, ReadsUnderAHeldFolderStayInsideIt)
 INSTANTIATE_TEST_SUITE_P(Adapters, HeldFolderContract, ::testing::Values(true, false),
                          [](const auto& info) { return info.param ? "posix" : "portable"; });
 
-// Only the POSIX adapter holds the folder itself: renamed away and replaced,
-// it is still the folder that reads resolve in.
-TEST(PosixFileAccessTest, AHeldFolderIsTheOneThatWasHeldWhateverIsPutAtItsPath)
+// Only the POSIX adapter knows the folder itself: renamed away and replaced
+// by another, nothing under its path opens until the folder held is back.
+TEST(PosixFileAccessTest, AHeldFolderReplacedAtItsPathOpensNothing)
 {
     PosixFileAccess::install();
     LinkedFolder folder;
     auto held = FileAccess::hold(folder.root);
+    EXPECT_EQ(PosixFileAccess::openedFilePath(folder.root / "inner.txt"), fs::canonical(folder.root / "media/real.txt"));
     fs::rename(folder.root, folder.dir / "moved");
+    testing::writeText(folder.dir / "elsewhere/clip.txt", "impostor");
     fs::create_symlink(folder.dir / "elsewhere", folder.root);
+    EXPECT_EQ(PosixFileAccess::openForReading(folder.root / "clip.txt"), std::unexpected(PosixFileAccess::outsideError));
+    EXPECT_FALSE(readSmallFile(folder.root / "clip.txt", 1024));
+    EXPECT_FALSE(PosixFileAccess::openedFilePath(folder.root / "clip.txt"));
+    fs::remove(folder.root);
+    fs::create_directory(folder.root);
+    testing::writeText(folder.root / "clip.txt", "impostor");
+    EXPECT_FALSE(readSmallFile(folder.root / "clip.txt", 1024));
+    fs::remove_all(folder.root);
+    fs::rename(folder.dir / "moved", folder.root);
     EXPECT_EQ(readSmallFile(folder.root / "clip.txt", 1024).text, "clip");
-    EXPECT_FALSE(readSmallFile(folder.root / "secret.txt", 1024));
-    EXPECT_EQ(PosixFileAccess::openedFilePath(folder.root / "inner.txt"), fs::canonical(folder.dir / "moved/media/real.txt"));
     FileAccess::install(nullptr);
 }
 
