@@ -4,6 +4,7 @@
 //
 // fuzz-sources: SceneCore/Runtime/JsonReader.cpp SceneCore/Runtime/DecodingError.cpp
 // fuzz-sources: SceneCore/Runtime/Log.cpp SceneCore/Worlds/WorldCatalog.cpp SceneCore/Runtime/FileAccess.cpp SceneCore/Runtime/PrintableText.cpp
+// fuzz-sources: SceneCore/Runtime/PathContainment.cpp
 
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Worlds/WorldCatalog.h"

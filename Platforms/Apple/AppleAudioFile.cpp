@@ -31,11 +31,13 @@ struct Opened {
 // formats out of range.
 std::expected<Opened, std::string> openFile(const std::filesystem::path& path)
 {
-    // Never blocks on a pipe or reads a device: only a regular file.
-    if (!PosixFileAccess::ends(path, 0, 0))
-        return std::unexpected(std::string("not a regular file"));
-    const auto* bytes = reinterpret_cast<const UInt8*>(path.c_str());
-    CFURLRef url = CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, bytes, static_cast<CFIndex>(std::strlen(path.c_str())), false);
+    // Never blocks on a pipe or reads a device: only a regular file, and a
+    // loaded package's file only inside the folder that was loaded.
+    auto located = PosixFileAccess::openedFilePath(path);
+    if (!located)
+        return std::unexpected(std::string("not a regular file, or outside its package"));
+    const auto* bytes = reinterpret_cast<const UInt8*>(located->c_str());
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, bytes, static_cast<CFIndex>(std::strlen(located->c_str())), false);
     if (!url)
         return std::unexpected(std::string("the path cannot be used"));
     Opened opened;

@@ -234,14 +234,16 @@ void AppleLogSink::write(const LogRecord& record)
 
 namespace {
 
-// An image source over a local regular file; nothing for anything else (a
-// pipe would block Image I/O's read, a device would never end).
+// An image source over a local regular file, inside its package when it is
+// a loaded package's; nothing for anything else (a pipe would block Image
+// I/O's read, a device would never end).
 CGImageSourceRef openImage(const std::filesystem::path& file)
 {
-    if (!PosixFileAccess::ends(file, 0, 0))
+    auto opened = PosixFileAccess::openedFilePath(file);
+    if (!opened)
         return nullptr;
     NSDictionary* options = @{(__bridge NSString*)kCGImageSourceShouldCache : @NO};
-    return CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(file), (__bridge CFDictionaryRef)options);
+    return CGImageSourceCreateWithURL((__bridge CFURLRef)fileURL(*opened), (__bridge CFDictionaryRef)options);
 }
 
 // The size in the first image's properties; Image I/O reads them from the

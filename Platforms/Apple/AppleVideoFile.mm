@@ -213,11 +213,13 @@ AppleVideoFile::~AppleVideoFile() = default;
 
 std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(const std::filesystem::path& file)
 {
-    // Only a local regular file: never a pipe, a device or a network location.
-    if (!PosixFileAccess::ends(file, 0, 0))
-        return std::unexpected(std::string("not a regular file"));
+    // Only a local regular file: never a pipe, a device or a network
+    // location; a loaded package's file only inside the folder that was loaded.
+    auto opened = PosixFileAccess::openedFilePath(file);
+    if (!opened)
+        return std::unexpected(std::string("not a regular file, or outside its package"));
     auto reader = std::make_unique<Reader>();
-    reader->asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
+    reader->asset = [AVURLAsset URLAssetWithURL:fileURL(*opened) options:nil];
     auto loaded = loadAsset(reader->asset);
     if (!loaded)
         return std::unexpected(describe(loaded.error()));
@@ -300,9 +302,10 @@ std::expected<void, std::string> AppleVideoFile::rewind()
 
 std::optional<VideoProbeResult> AppleVideoFile::probe(const std::filesystem::path& file)
 {
-    if (!PosixFileAccess::ends(file, 0, 0))
-        return failure(VideoProbeFailure::notReadable, std::string("not a regular file"));
-    AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(file) options:nil];
+    auto opened = PosixFileAccess::openedFilePath(file);
+    if (!opened)
+        return failure(VideoProbeFailure::notReadable, std::string("not a regular file, or outside its package"));
+    AVURLAsset* asset = [AVURLAsset URLAssetWithURL:fileURL(*opened) options:nil];
     auto loaded = loadAsset(asset);
     if (!loaded)
         return loaded.error();

@@ -1,5 +1,6 @@
 #include "Platforms/Linux/FFmpegInput.h"
 
+#include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Picture/VideoFile.h"
 
 extern "C" {
@@ -156,9 +157,13 @@ std::expected<FFmpegInput, std::string> FFmpegInput::open(const std::filesystem:
 {
     auto source = std::make_unique<Source>();
     // Non-blocking so that a FIFO cannot stall the open; it is refused below.
-    source->descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (source->descriptor < 0)
-        return std::unexpected("cannot open the file: " + ffmpegErrorText(AVERROR(errno)));
+    // A package's file is opened inside the package folder that was loaded.
+    auto opened = PosixFileAccess::openForReading(file);
+    if (!opened && opened.error() == PosixFileAccess::outsideError)
+        return std::unexpected(std::string("cannot open the file: it leads outside its world package"));
+    if (!opened)
+        return std::unexpected("cannot open the file: " + ffmpegErrorText(AVERROR(opened.error())));
+    source->descriptor = *opened;
     struct stat status {};
     if (::fstat(source->descriptor, &status) != 0 || !S_ISREG(status.st_mode))
         return std::unexpected(std::string("not a regular file"));

@@ -63,8 +63,10 @@ struct DecoderError {
 
 // One local media file opened for demuxing, and nothing else.
 //
-// The file is opened here, checked to be a regular file and handed to
-// libavformat through our own AVIOContext, so no protocol is ever involved.
+// The file is opened here (a loaded package's file inside the package folder
+// that was loaded, as PosixFileAccess::openForReading does, on every open),
+// checked to be a regular file and handed to libavformat through our own
+// AVIOContext, so no protocol is ever involved.
 // The demuxer is found from the content alone (never from the name, so names
 // like "frame%03d.png" are not patterns) and must be one of the kind's
 // self-contained demuxers: playlists, concatenation scripts, manifests and

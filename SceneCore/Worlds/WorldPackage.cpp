@@ -85,11 +85,18 @@ std::expected<void, WorldPackageError> validateTrack(const WorldManifest::Track&
 
 } // namespace
 
-WorldPackage::WorldPackage(fs::path rootURL, WorldManifest manifest, std::vector<std::string> variationFiles)
+WorldPackage::WorldPackage(fs::path rootURL, WorldManifest manifest, std::vector<std::string> variationFiles,
+                           std::shared_ptr<const FileAccess::HeldFolder> folder)
     : rootURL_(std::move(rootURL))
     , manifest_(std::move(manifest))
     , variationFiles_(std::move(variationFiles))
+    , folder_(std::move(folder))
 {
+}
+
+bool WorldPackage::operator==(const WorldPackage& other) const
+{
+    return rootURL_ == other.rootURL_ && manifest_ == other.manifest_ && variationFiles_ == other.variationFiles_;
 }
 
 bool WorldPackage::hasPackageExtension(const fs::path& path)
@@ -136,7 +143,9 @@ std::expected<fs::path, WorldPackageError> WorldPackage::requireResource(std::st
     if (error || !fs::exists(status) || fs::is_directory(status))
         return std::unexpected(WorldPackageError::missingResource(std::string(field), std::string(path)));
 
-    if (!isPathInside(candidate, root))
+    // The resolved path answers for a folder that is not held; a held one is
+    // asked the way every later open will resolve it.
+    if (!isPathInside(candidate, root) || !FileAccess::current()->staysInside(root / fs::path(std::string(path))))
         return std::unexpected(WorldPackageError::resourceOutsidePackage(std::string(field), std::string(path)));
 
     // Only regular files have a size; anything else (a pipe, a device) is
@@ -210,6 +219,11 @@ std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs
     std::error_code error;
     if (!fs::is_directory(url, error))
         return std::unexpected(WorldPackageError::notADirectory(url));
+    // Held from here on: the checks below and every later open of the
+    // package's media resolve inside this folder.
+    auto folder = FileAccess::hold(url);
+    if (!folder)
+        return std::unexpected(WorldPackageError::notADirectory(url));
 
     fs::path manifestURL = url / manifestFileName;
     if (!fs::exists(manifestURL, error))
@@ -246,7 +260,7 @@ std::expected<WorldPackage, WorldPackageError> WorldPackage::contentsOf(const fs
     }
 
     auto variations = validVariations(manifest.visual, url);
-    return WorldPackage(url, std::move(manifest), std::move(variations));
+    return WorldPackage(url, std::move(manifest), std::move(variations), std::move(folder));
 }
 
 fs::path WorldPackage::visualURL() const { return rootURL_ / manifest_.visual.file; }
@@ -308,7 +322,7 @@ WorldPackage WorldPackage::version(DayPhase phase) const
         return *this;
     WorldManifest phased = manifest_.applyingVersion(phase);
     auto variations = validVariations(phased.visual, rootURL_);
-    return WorldPackage(rootURL_, std::move(phased), std::move(variations));
+    return WorldPackage(rootURL_, std::move(phased), std::move(variations), folder_);
 }
 
 std::string videoProbeReason(const VideoProbeResult& result)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SceneCore/Runtime/DecodingError.h"
+#include "SceneCore/Runtime/FileAccess.h"
 #include "SceneCore/Runtime/MediaProbe.h"
 #include "SceneCore/Worlds/DayPhase.h"
 #include "SceneCore/Worlds/WorldManifest.h"
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <expected>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -17,8 +19,10 @@
 
 namespace hushmeadows {
 
-// One loaded, validated world package folder. A value: it holds no open files,
-// and every media location is derived from rootURL on demand.
+// One loaded, validated world package folder. A value: every media location
+// is derived from rootURL on demand. A loaded package (and each copy of it)
+// keeps its folder held (FileAccess::hold), so that the media opened later by
+// those locations resolve inside the folder that was loaded, or not at all.
 class WorldPackage {
 public:
     static constexpr std::string_view fileExtension = "hushmeadow";
@@ -35,7 +39,8 @@ public:
     static std::expected<void, WorldPackageError> validate(const WorldManifest& manifest, const std::filesystem::path& root, const MediaProbe& media);
 
     // Resolves a relative path inside the package to an existing, non-empty
-    // file that really lies inside it (links included).
+    // file that really lies inside it (links included), by the same rule that
+    // every later open of it follows when the folder is held.
     static std::expected<std::filesystem::path, WorldPackageError> requireResource(std::string_view field, std::string_view path, const std::filesystem::path& root);
 
     // The variations that resolve, in manifest order, without the main video.
@@ -65,14 +70,17 @@ public:
     // Blocking; run it off the main thread where that matters.
     std::expected<void, WorldPackageError> verifyMedia(const MediaProbe& media) const;
 
-    bool operator==(const WorldPackage&) const = default;
+    // Compares the folder's path, the manifest and the variations.
+    bool operator==(const WorldPackage& other) const;
 
-    WorldPackage(std::filesystem::path rootURL, WorldManifest manifest, std::vector<std::string> variationFiles);
+    WorldPackage(std::filesystem::path rootURL, WorldManifest manifest, std::vector<std::string> variationFiles,
+                 std::shared_ptr<const FileAccess::HeldFolder> folder = nullptr);
 
 private:
     std::filesystem::path rootURL_;
     WorldManifest manifest_;
     std::vector<std::string> variationFiles_;
+    std::shared_ptr<const FileAccess::HeldFolder> folder_;
 };
 
 // The description text of a failure reason for a video probe.

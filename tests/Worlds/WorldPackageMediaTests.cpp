@@ -1,9 +1,15 @@
+#include "Platforms/Linux/FFmpegAudioFile.h"
+#include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegMediaProbe.h"
+#include "Platforms/Linux/FFmpegVideoFile.h"
 #include "Platforms/Posix/PosixFileAccess.h"
+#include "SceneCore/Picture/LoopingVideoSource.h"
+#include "SceneCore/Runtime/ManualRunLoop.h"
 #include "SceneCore/Worlds/WorldCatalog.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 #include "tests/support/FixtureKit.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManualSerialQueue.h"
 #include "tests/support/PackageWriter.h"
 
 #include <gmock/gmock.h>
@@ -155,6 +161,129 @@ TEST_F(WorldPackageTest, MediaChecksOfPosterAndSound)
     EXPECT_EQ(failure(m), "Invalid value for audio.music.defaultVolume: must be within 0...1");
     m["audio"]["music"]["defaultVolume"] = 0.5;
     EXPECT_EQ(failure(m), "Missing resource for audio.music.file: missing.flac");
+}
+
+// What each of a loaded package's media opens as now, the way playback opens
+// them (the video on every loop and variation, the poster, music and
+// ambience): a size or length, or "refused".
+std::vector<std::string> openedMedia(const WorldPackage& package)
+{
+    std::vector<std::string> opened;
+    auto video = FFmpegVideoFile::open(package.visualURL());
+    opened.push_back(video ? std::to_string((*video)->pixelSize().width) + "x" + std::to_string((*video)->pixelSize().height) : "refused");
+    auto poster = FFmpegImageDecoder().decode(*package.posterURL(), PixelFormat::bgra8);
+    opened.push_back(poster ? std::to_string(poster->width) + "x" + std::to_string(poster->height) : "refused");
+    for (const auto& sound : {package.musicURL(), package.ambienceURL()}) {
+        auto audio = FFmpegAudioFile::open(*sound, 48000);
+        opened.push_back(audio ? std::to_string((*audio)->length()) + " frames" : "refused");
+    }
+    return opened;
+}
+
+// The rule that a package's media lie inside it holds on every open, not only
+// when it loads: a file swapped for a link out, or the whole folder swapped
+// for a link elsewhere, never opens what lies outside: it is refused.
+TEST_F(WorldPackageTest, MediaSwappedAfterLoadingStayInsideThePackage)
+{
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["poster"] = "poster.png";
+    m["audio"] = {{"music", {{"file", "music.wav"}, {"defaultVolume", 0.5}}}, {"ambience", {{"file", "rain.wav"}, {"defaultVolume", 0.5}}}};
+    const std::vector<std::string> names{"loop.mp4", "poster.png", "music.wav", "rain.wav"};
+    const PackageWriter::Media own{{"loop.mp4", testing::video()}, {"poster.png", testing::poster(16, 9)},
+                                   {"music.wav", testing::audio()}, {"rain.wav", testing::audio()}};
+    const std::vector<std::string> ownMedia{"32x18", "16x9", "12000 frames", "12000 frames"};
+    // Other media, told apart by their sizes, outside the package and inside it.
+    const std::vector<fs::path> other{testing::video({.width = 48, .height = 28}), testing::poster(20, 10),
+                                      testing::audio({.seconds = 0.5}), testing::audio({.seconds = 0.5})};
+    const std::vector<std::string> otherMedia{"48x28", "20x10", "24000 frames", "24000 frames"};
+    const std::vector<std::string> refused(4, "refused");
+    auto elsewhere = PackageWriter::write(dir.path(), "elsewhere", m, {});
+    for (std::size_t i = 0; i < names.size(); ++i)
+        testing::copyFile(other[i], elsewhere / names[i]);
+
+    struct Case {
+        std::string change;
+        std::function<void(const fs::path& folder)> apply;
+        std::vector<std::string> expected;
+    };
+    auto replaceEach = [&](auto makeLink) {
+        return [&names, makeLink](const fs::path& folder) {
+            for (const auto& name : names) {
+                fs::remove(folder / name);
+                fs::create_symlink(makeLink(folder, name), folder / name);
+            }
+        };
+    };
+    const std::vector<Case> cases{
+        {"each file replaced by a link to a file outside",
+         replaceEach([&](const fs::path&, const std::string& name) { return elsewhere / name; }), refused},
+        {"each file replaced by a relative link that climbs out",
+         replaceEach([](const fs::path&, const std::string& name) { return fs::path("../elsewhere") / name; }), refused},
+        {"the folder renamed away and a link to another folder put in its place",
+         [&](const fs::path& folder) {
+             fs::rename(folder, fs::path(folder).replace_extension("old"));
+             fs::create_symlink(elsewhere, folder);
+         },
+         refused},
+        {"each file replaced by a relative link to another file inside",
+         [&](const fs::path& folder) {
+             for (std::size_t i = 0; i < names.size(); ++i)
+                 testing::copyFile(other[i], folder / "media" / names[i]);
+             replaceEach([](const fs::path&, const std::string& name) { return fs::path("media") / name; })(folder);
+         },
+         otherMedia},
+        {"nothing changed", [](const fs::path&) {}, ownMedia},
+    };
+    int index = 0;
+    for (const auto& c : cases) {
+        auto folder = PackageWriter::write(dir.path(), "calm-" + std::to_string(++index) + ".hushmeadow", m, own);
+        auto package = WorldPackage::contentsOf(folder, media);
+        ASSERT_TRUE(package) << package.error().description();
+        ASSERT_EQ(openedMedia(*package), ownMedia) << c.change;
+        c.apply(folder);
+        EXPECT_EQ(openedMedia(*package), c.expected) << c.change;
+    }
+}
+
+// Playback opens a package's videos again for every item it plays: a video
+// swapped meanwhile for a link out of the package is refused then, and logged
+// as a file that cannot be played; the outside video never shows.
+TEST_F(WorldPackageTest, EveryLoopOpensOnlyWhatLiesInsideThePackage)
+{
+    testing::LogCapture log;
+    auto m = PackageWriter::minimalManifest("calm");
+    m["visual"]["variations"] = {"b.mp4"};
+    auto package = load(m, {{"loop.mp4", testing::video()}, {"b.mp4", testing::video()}});
+    ASSERT_TRUE(package);
+    ManualRunLoop loop;
+    auto owned = std::make_unique<testing::ManualSerialQueue>(LoopingVideoSource::queueLabel);
+    auto* queue = owned.get();
+    LoopingVideoSource source(package->videoURLs(), loop, std::move(owned), &FFmpegVideoFile::open);
+    auto settle = [&] {
+        for (int i = 0; i < 3; ++i) {
+            queue->runAll();
+            loop.runPending();
+        }
+    };
+    settle();
+    ASSERT_TRUE(source.isPrepared());
+
+    testing::copyFile(testing::video({.width = 48, .height = 28}), dir / "outside.mp4");
+    for (const char* name : {"loop.mp4", "b.mp4"}) {
+        fs::remove(package->rootURL() / name);
+        fs::create_symlink(dir / "outside.mp4", package->rootURL() / name);
+    }
+    source.play();
+    std::set<std::pair<int, int>> shownSizes;
+    for (int frame = 0; frame < 48; ++frame) {
+        settle();
+        loop.advance(1.0 / 12);
+        if (auto image = source.copyNewFrame(loop.mediaTime()))
+            shownSizes.insert({image->width, image->height});
+    }
+    EXPECT_FALSE(shownSizes.contains({48, 28}));
+    EXPECT_THAT(log.lines("video"), ::testing::Contains(::testing::HasSubstr(
+        ".mp4 cannot be played: cannot open the file: it leads outside its world package")));
 }
 
 // A failing version or variation never fails the package: it is dropped and logged.
