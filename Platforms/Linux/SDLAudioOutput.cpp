@@ -68,8 +68,14 @@ std::expected<void, std::string> SDLAudioOutput::start(AudioRenderSource& source
         wanted.userdata = this;
         SDL_AudioSpec obtained{};
         SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &wanted, &obtained, 0);
-        if (device == 0)
-            return std::unexpected(std::string("cannot open an audio device: ") + SDL_GetError());
+        if (device == 0) {
+            std::string error = std::string("cannot open an audio device: ") + SDL_GetError();
+            // SDL chose its driver when audio started; the next attempt
+            // chooses again, since the one that was missing may be back.
+            SDL_QuitSubSystem(SDL_INIT_AUDIO);
+            initialised_ = false;
+            return std::unexpected(error);
+        }
         device_ = device;
         openRate_ = sampleRate;
         watchedDevice_.store(device);
