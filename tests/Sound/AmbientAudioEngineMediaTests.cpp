@@ -163,23 +163,28 @@ TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndComeBackFadingInW
     expectSmooth(gains, 1.5 * 1.01, 1.0); // smoothstep's steepest slope over the start's fade-in of 1 s
 }
 
-// Any stop while a lost output waits for its next attempt ends everything at
-// once; so does a lost output while a stop fades out. A start that finds no
-// output waits for it the same way.
+// A start that finds no output waits for it, and a switch meanwhile is what
+// comes back. Any stop while a lost output waits for its next attempt ends
+// everything at once; so does a lost output while a stop fades out.
 TEST_F(AmbientAudioEngineTest, AStopEndsTheWaitForALostOutputAtOnceAndNothingIsTriedAfterIt)
 {
     auto& output = onManualOutput();
-    constant("music.wav", 0.5f, 0.5f);
+    constant("music.wav", 0.5f, 0.0f);
+    fs::path other = constant("other.wav", 0.0f, 0.5f);
     auto world = testing::soundWorld(dir.path(), "meadow", "music.wav", std::nullopt);
     output.refusal = "no device";
     startAndLoad(world, world.musicURL(), 0.5);
     EXPECT_TRUE(contains(logs.lines("audio"), "Audio engine failed to start: no device"));
     EXPECT_EQ(engine->state(), State::playing);
     EXPECT_TRUE(engine->isWaitingForOutput());
+    engine->switchMusic(other, 1.0);
+    sound.loop.runPending();
+    EXPECT_EQ(engine->musicURL(), other);
     output.refusal.reset();
     sound.loop.advance(0.5 + 0.6);
     EXPECT_EQ(output.starts, 1);
-    EXPECT_EQ(output.pull(1).back(), 0.25f) << "faded in";
+    auto heard = output.pull(1);
+    EXPECT_EQ(std::pair(heard[0], heard[1]), std::pair(0.0f, 0.25f)) << "only the new music, faded in";
 
     int completions = 0;
     output.refusal = "gone";

@@ -79,14 +79,17 @@ await 20 eval '[ "$(failures)" -ge 3 ]' || fail "the saver did not try the outpu
 start_pulse
 back_at=$(now)
 record after.raw
-await 15 eval '[ "$(ours)" -ge 1 ]' || fail "the saver's stream did not come back within 15 s of the server"
+await 15 grep -q 'Audio output back after' play.log || fail "the saver's output did not come back within 15 s of the server"
+reopened_at=$(now)
+await 5 eval '[ "$(ours)" -ge 1 ]' || fail "the saver's stream is not on the server"
 stream_at=$(now)
-await 15 heard after.raw > /dev/null || fail "the saver was not heard within 15 s of the server's return"
+await 15 heard after.raw > /dev/null || fail "the saver was not heard within 15 s of its stream's return"
 heard_at=$(now)
 outage=$(echo "$back_at - $killed_at" | bc -l)
 attempts=$(failures)
-echo "server away $(ms "$killed_at" "$back_at") ms with $attempts failed attempts;" \
-  "stream back $(ms "$back_at" "$stream_at") ms and sound heard $(ms "$back_at" "$heard_at") ms after the server (polled every 50 ms)"
+echo "server away $(ms "$killed_at" "$back_at") ms with $attempts failed attempts; after the server's return:" \
+  "output reopened $(ms "$back_at" "$reopened_at") ms, stream listed $(ms "$back_at" "$stream_at") ms," \
+  "sound in the monitor $(ms "$back_at" "$heard_at") ms (polled every 50 ms)"
 # Attempts at 0, 0.5, 1.5, 3.5, 7.5, 17.5 s, ... after the loss: never more than those due.
 allowed=$(python3 -c "import sys; t, d, n, o = 0.0, 0.5, 0, float(sys.argv[1]) + 0.5
 while t <= o: n, t, d = n + 1, t + d, min(2 * d, 10)
