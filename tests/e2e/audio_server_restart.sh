@@ -71,8 +71,8 @@ echo "first start: sound heard $(ms "$first_stream_at" "$(now)") ms after the st
 server=$(cat "$XDG_RUNTIME_DIR/pulse/pid")
 kill -9 "$server"
 killed_at=$(now)
-# A new server refuses to start while the pid file names a live one.
-await 10 eval '[ ! -e /proc/$server ] || grep -q "^[0-9]* (.*) Z" /proc/$server/stat' || fail "the server did not die"
+# A new server refuses to start while the pid file names a process, a zombie included.
+await 10 eval '[ ! -e /proc/$server ]' || fail "the server did not die"
 await 10 grep -q 'Audio configuration changed; restarting engine' play.log || fail "the saver did not notice the server's death"
 # Three failed attempts (at once, 0.5 s and 1.5 s later): the next one waits 2 s.
 await 20 eval '[ "$(failures)" -ge 3 ]' || fail "the saver did not try the output again"
