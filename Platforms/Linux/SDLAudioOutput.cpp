@@ -54,6 +54,9 @@ std::expected<void, std::string> SDLAudioOutput::start(AudioRenderSource& source
         initialised_ = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
         if (!initialised_)
             return std::unexpected(std::string("cannot start SDL audio: ") + SDL_GetError());
+        // Events may have stopped with audio, and their watches with them: watch once again.
+        SDL_DelEventWatch(&SDLAudioOutput::watchEvents, this);
+        SDL_AddEventWatch(&SDLAudioOutput::watchEvents, this);
     }
     // A lost device stays open in the stopped state until closed.
     if (device_ != 0 && (SDL_GetAudioDeviceStatus(device_) == SDL_AUDIO_STOPPED || openRate_ != sampleRate))
