@@ -54,6 +54,9 @@ std::expected<void, std::string> SDLAudioOutput::start(AudioRenderSource& source
         initialised_ = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
         if (!initialised_)
             return std::unexpected(std::string("cannot start SDL audio: ") + SDL_GetError());
+        // Events may have stopped with audio, and their watches with them: watch once again.
+        SDL_DelEventWatch(&SDLAudioOutput::watchEvents, this);
+        SDL_AddEventWatch(&SDLAudioOutput::watchEvents, this);
     }
     // A lost device stays open in the stopped state until closed.
     if (device_ != 0 && (SDL_GetAudioDeviceStatus(device_) == SDL_AUDIO_STOPPED || openRate_ != sampleRate))
@@ -68,8 +71,14 @@ std::expected<void, std::string> SDLAudioOutput::start(AudioRenderSource& source
         wanted.userdata = this;
         SDL_AudioSpec obtained{};
         SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &wanted, &obtained, 0);
-        if (device == 0)
-            return std::unexpected(std::string("cannot open an audio device: ") + SDL_GetError());
+        if (device == 0) {
+            std::string error = std::string("cannot open an audio device: ") + SDL_GetError();
+            // SDL chose its driver when audio started; the next attempt
+            // chooses again, since the one that was missing may be back.
+            SDL_QuitSubSystem(SDL_INIT_AUDIO);
+            initialised_ = false;
+            return std::unexpected(error);
+        }
         device_ = device;
         openRate_ = sampleRate;
         watchedDevice_.store(device);

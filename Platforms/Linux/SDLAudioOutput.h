@@ -17,6 +17,10 @@ namespace hushmeadows {
 // (PulseAudio, PipeWire, ALSA, or `disk` / `dummy` through SDL_AUDIODRIVER).
 // The device's callback pulls the render source; losing the device (SDL's
 // device-removed event for it) is reported through the device change handler.
+// Measured with SDL 2.26 and PulseAudio: when the server dies, SDL posts the
+// removal at once and goes on calling the callback into a scratch buffer;
+// opening fails fast ("Could not connect to PulseAudio server") until the
+// server is back, and then opens a new stream on it. Retrying is the core's.
 class SDLAudioOutput final : public AudioOutput {
 public:
     static constexpr int framesPerCallback = 1024;

@@ -335,10 +335,11 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
         });
     });
 
-    if (auto started = engine_->start(); !started) {
+    auto started = engine_->start();
+    if (!started) {
+        // The layers wait for the output; it is tried again soon.
         Log::audio.error("Audio engine failed to start: %{private}s", started.error());
-        stopImmediately();
-        return;
+        loseOutput();
     }
 
     music_.play(sources.music);
@@ -349,7 +350,9 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
     Log::audio.notice("Sound started: %{public}s%{public}s%{public}s", world_ ? world_->id() : std::string(),
                       std::string(streamed ? " (music streamed)" : ""), std::string(isMuted_ ? " (muted)" : ""));
 
-    if (isMuted_)
+    if (!started)
+        outputFailed();
+    else if (isMuted_)
         engine_->pause();
     else
         fadeMaster(1.0f, fadeIn, {});
@@ -435,8 +438,8 @@ void AmbientAudioEngine::stop(double fadeOut, std::function<void()> completion)
     switch (state_) {
     case State::playing:
     case State::stopping:
-        if (!engine_)
-            break;
+        if (!engine_ || outputRetry_)
+            break; // nothing is heard while the output is away: no fade to wait for
         state_ = State::stopping;
         fadeMaster(0.0f, fadeOut, [weak = weakSelf(), engine = engine_.get(), generation = generation_, completion] {
             auto self = weak.lock();
@@ -472,6 +475,12 @@ void AmbientAudioEngine::stopImmediately()
         configObserver_->cancel();
         configObserver_.reset();
     }
+    if (outputRetry_) {
+        outputRetry_->cancel();
+        outputRetry_.reset();
+    }
+    outputRetryDelay_ = 0;
+    failedOutputAttempts_ = 0;
 
     music_.stop();
     bool wasDecodingAmbience = ambience_.stop();
@@ -526,7 +535,8 @@ void AmbientAudioEngine::setIsMuted(bool muted)
 
 void AmbientAudioEngine::muteChanged(double fade)
 {
-    if (state_ != State::playing || !engine_)
+    // While the output is away the master rests at 0; its return pauses or fades in.
+    if (state_ != State::playing || !engine_ || outputRetry_)
         return;
     if (isMuted_) {
         fadeMaster(0.0f, fade, [weak = weakSelf(), engine = engine_.get()] {
@@ -556,17 +566,69 @@ void AmbientAudioEngine::recoverFromConfigurationChange()
     if (!engine_ || (state_ != State::playing && state_ != State::stopping))
         return;
     Log::audio.notice("Audio configuration changed; restarting engine");
-    std::int64_t musicFrame = music_.suspend();
-    std::int64_t ambienceFrame = ambience_.suspend();
+    // A change while waiting (a device appeared) is worth an attempt now;
+    // the delays go on growing if it fails.
+    if (outputRetry_) {
+        outputRetry_->cancel();
+        outputRetry_.reset();
+    }
+    loseOutput();
+    restartOutput();
+}
+
+void AmbientAudioEngine::loseOutput()
+{
+    // The output comes back from silence, fading in, unless a stop is fading out.
+    if (state_ != State::stopping) {
+        cancelFade();
+        engine_->setOutputVolume(0);
+    }
+    music_.suspend();
+    ambience_.suspend();
+}
+
+void AmbientAudioEngine::restartOutput()
+{
+    outputRetry_.reset();
     if (auto started = engine_->start(); !started) {
         Log::audio.error("Audio engine restart failed: %{private}s", started.error());
-        stopImmediately();
+        outputFailed();
         return;
     }
-    music_.resume(musicFrame);
-    ambience_.resume(ambienceFrame);
-    if (isMuted_ && state_ == State::playing)
+    if (failedOutputAttempts_ > 0)
+        Log::audio.notice("Audio output back after %d failed attempts", failedOutputAttempts_);
+    outputRetryDelay_ = 0;
+    failedOutputAttempts_ = 0;
+    music_.resume();
+    ambience_.resume();
+    if (state_ != State::playing)
+        return; // a stop's fade goes on
+    if (isMuted_)
         engine_->pause();
+    else
+        fadeMaster(1.0f, lastFadeIn_, {});
+}
+
+void AmbientAudioEngine::outputFailed()
+{
+    ++failedOutputAttempts_;
+    if (state_ == State::stopping) {
+        // Nobody waits for this sound any more: the stop ends now.
+        if (fade_ && fade_->completion) {
+            std::function<void()> completion = std::move(fade_->completion);
+            cancelFade();
+            completion();
+        } else {
+            stopImmediately();
+        }
+        return;
+    }
+    outputRetryDelay_ = outputRetryDelay_ > 0 ? std::min(2 * outputRetryDelay_, outputRetryLongestDelay) : outputRetryFirstDelay;
+    outputRetry_ = services_.mainLoop.postAfter(outputRetryDelay_, [weak = weakSelf(), engine = engine_.get(), generation = generation_] {
+        auto self = weak.lock();
+        if (self && (*self)->engine_.get() == engine && (*self)->generation_ == generation && (*self)->outputRetry_)
+            (*self)->restartOutput();
+    });
 }
 
 // MARK: - Queries

@@ -31,6 +31,11 @@ namespace hushmeadows {
 // sound. The session starts and stops, fades the master, mutes, and recovers
 // when the output device changes; each layer crossfades on its own.
 //
+// An output that cannot be opened (the sound server is gone, the device was
+// unplugged) is tried again after 0.5 s, 1 s, 2 s, ... up to every 10 s, for
+// as long as the sound is wanted: the layers wait, suspended, and come back
+// with a fade-in. Any stop ends the waiting at once.
+//
 // It never fails loudly: every problem goes to the audio log and the engine
 // falls back to something quieter, at worst silence.
 //
@@ -111,6 +116,10 @@ public:
     // Crossfade from a stream that broke to the world's own music.
     static constexpr double streamFallbackCrossfade = 2.0;
     static constexpr std::uint32_t offlineMaximumFrameCount = 4096;
+    // Waits before trying a lost output again: the first, doubled after each
+    // failed attempt up to the longest.
+    static constexpr double outputRetryFirstDelay = 0.5;
+    static constexpr double outputRetryLongestDelay = 10.0;
 
     explicit AmbientAudioEngine(Services services);
     ~AmbientAudioEngine();
@@ -172,6 +181,8 @@ public:
     // The main mixer's level; 0 without an engine.
     float masterGain() const;
     bool isEngineRunning() const;
+    // The output is lost and another attempt to open it is pending.
+    bool isWaitingForOutput() const { return outputRetry_ != nullptr; }
     double lastFadeIn() const { return lastFadeIn_; }
     int ambienceDecodesStarted() const { return ambience_.decodesStarted(); }
 
@@ -215,6 +226,11 @@ private:
     void cancelFade();
     void muteChanged(double fade);
     void recoverFromConfigurationChange();
+    // The output is gone: the layers wait, suspended, for restartOutput().
+    void loseOutput();
+    void restartOutput();
+    // An attempt failed: the next one is scheduled, or a stop ends now.
+    void outputFailed();
     std::int64_t nextEntryPoint(const std::filesystem::path& url);
     void streamFailed(const LoopStreamer* streamer);
     void ambienceSettled(bool decoded);
@@ -242,6 +258,11 @@ private:
     std::optional<Fade> fade_;
     std::shared_ptr<Cancellable> fadeTimer_;
     std::shared_ptr<Cancellable> configObserver_;
+    // While the output is lost: the next attempt, its delay (0 before the
+    // first failure) and the attempts that failed so far.
+    std::shared_ptr<Cancellable> outputRetry_;
+    double outputRetryDelay_ = 0;
+    int failedOutputAttempts_ = 0;
     // Shared with the decodes this session started.
     std::shared_ptr<std::atomic<bool>> decodesCancelled_ = std::make_shared<std::atomic<bool>>(false);
 

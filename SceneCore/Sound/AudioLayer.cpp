@@ -82,6 +82,7 @@ std::optional<AudioLayer::URL> AudioLayer::takePending()
 void AudioLayer::attach(AudioMixer& mixer, const Loaded& loaded)
 {
     mixer_ = &mixer;
+    resumeAt_.reset();
     if (loaded.source) {
         source_ = loaded.source;
         node_ = mixer.addPlayer();
@@ -92,7 +93,9 @@ void AudioLayer::attach(AudioMixer& mixer, const Loaded& loaded)
 
 void AudioLayer::play(const Loaded& loaded)
 {
-    if (node_)
+    if (resumeAt_)
+        resumeAt_ = loaded;
+    else if (node_)
         startPlayer(loaded);
 }
 
@@ -126,9 +129,12 @@ void AudioLayer::resumePlayers()
         resume(entry.node);
 }
 
-std::int64_t AudioLayer::suspend()
+void AudioLayer::suspend()
 {
+    if (resumeAt_)
+        return;
     finishCrossfade();
+    // A held buffer starts over from its first frame.
     std::int64_t frame = 0;
     if (auto streamer = streamerOf(source_)) {
         frame = streamer->resumeFrame();
@@ -136,13 +142,16 @@ std::int64_t AudioLayer::suspend()
     }
     if (node_)
         node_->stop();
-    return frame;
+    resumeAt_ = Loaded{.source = source_, .frame = frame, .leadIn = nullptr};
 }
 
-void AudioLayer::resume(std::int64_t frame)
+void AudioLayer::resume()
 {
-    // A held buffer starts over from its first frame.
-    play(Loaded{.source = source_, .frame = streamerOf(source_) ? frame : 0, .leadIn = nullptr});
+    if (!resumeAt_)
+        return;
+    Loaded loaded = std::move(*resumeAt_);
+    resumeAt_.reset();
+    play(loaded);
 }
 
 bool AudioLayer::stop()
@@ -161,6 +170,7 @@ bool AudioLayer::stop()
     retiring_.clear();
     url_.reset();
     pending_.reset();
+    resumeAt_.reset();
     ++token_;
     bool wasDecoding = decoding_.has_value();
     decoding_.reset();
@@ -269,8 +279,12 @@ void AudioLayer::crossfade(Loaded loaded, const URL& url, double over)
         keep = std::sin(x);
     }
     haltCrossfade();
-    if (node_)
+    if (node_ && resumeAt_) { // nothing is heard: the old player simply retires
+        retiring_.push_back(Retiring{node_, url_, source_});
+        scheduleRelease();
+    } else if (node_) {
         outgoing_.push_back(Fading{node_, source_, url_, keep});
+    }
     node_.reset();
     source_.reset();
     if (loaded.source) {
@@ -289,7 +303,7 @@ void AudioLayer::crossfade(Loaded loaded, const URL& url, double over)
     else
         Log::audio.notice("Ambience switched to %{public}s over %.*f s", nameOrNone(url_), 1, over);
 
-    if (!(over > 0)) {
+    if (!(over > 0) || resumeAt_) {
         finishCrossfade();
         return;
     }

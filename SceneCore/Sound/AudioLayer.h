@@ -81,7 +81,8 @@ public:
     std::optional<URL> takePending();
 
     // Takes the first source into the session's new mixer (none: the layer
-    // stays silent), then plays it once the mixer runs.
+    // stays silent), then plays it once the mixer runs; while suspended, play
+    // only sets where resume() begins.
     void attach(AudioMixer& mixer, const Loaded& loaded);
     void play(const Loaded& loaded);
 
@@ -97,10 +98,13 @@ public:
     // Players that a paused mixer left stopped play again.
     void resumePlayers();
 
-    // Ends the crossfade at once, stops the players and a stream, and gives
-    // the frame to resume a stream from; resume() plays the layer again.
-    std::int64_t suspend();
-    void resume(std::int64_t frame);
+    // While the output is away: ends the crossfade at once, stops the player
+    // and a stream, and remembers where to go on (a stream where it was, a
+    // held buffer from its start). A switch meanwhile takes effect silently,
+    // and resume() plays what the layer then holds. Suspending twice is once.
+    void suspend();
+    void resume();
+    bool isSuspended() const { return resumeAt_.has_value(); }
     // Lets go of everything; true when a decode was under way.
     bool stop();
 
@@ -149,6 +153,8 @@ private:
     int settledTicks_ = 0; // ticks since the progress arrived at 1
     std::shared_ptr<Cancellable> fadeTimer_;
     bool releasePosted_ = false;
+    // Set while suspended: what resume() plays.
+    std::optional<Loaded> resumeAt_;
     // Lets timers and decodes that outlive the layer find it gone.
     std::shared_ptr<AudioLayer*> self_;
 };

@@ -123,6 +123,9 @@ std::expected<void, std::string> AudioMixer::start()
 {
     if (running_)
         return {};
+    // Nothing renders until the output starts: the first quantum ramps from
+    // the present level, not from whatever was heard before a pause or a loss.
+    heardOutputGain_ = -1.0f;
     if (auto started = output_->start(*this, sampleRate_); !started)
         return started;
     running_ = true;

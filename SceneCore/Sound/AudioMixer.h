@@ -88,7 +88,7 @@ private:
     // Removed players whose dropped entries are still owed their completions.
     std::vector<std::shared_ptr<AudioPlayer>> removed_;
     std::atomic<float> outputVolume_{1.0f};
-    float heardOutputGain_ = -1.0f; // render thread only
+    float heardOutputGain_ = -1.0f; // render thread; start() resets it while nothing renders
     // The snapshot render reads, and the one it is walking now (null between quanta).
     std::atomic<const Snapshot*> live_{nullptr};
     std::atomic<const Snapshot*> rendering_{nullptr};

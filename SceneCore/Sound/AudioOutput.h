@@ -23,7 +23,8 @@ public:
     virtual ~AudioOutput() = default;
 
     // Opens the device when it is not open (or was lost) and starts pulling
-    // from the source at the given rate. The error is a readable text.
+    // from the source at the given rate. The error is a readable text; while
+    // no device can be opened it fails, and the caller tries again later.
     virtual std::expected<void, std::string> start(AudioRenderSource& source, double sampleRate) = 0;
     // Stops pulling; once this returns the source is not called until start().
     virtual void pause() = 0;

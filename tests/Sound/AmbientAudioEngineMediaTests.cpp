@@ -50,6 +50,16 @@ protected:
         return *engine;
     }
     AmbientAudioEngine& make() { return make(sound.services(&FFmpegAudioFile::open)); }
+    // An engine playing through an output the test pulls itself.
+    testing::ManualOutput& onManualOutput()
+    {
+        auto output = std::make_shared<testing::ManualOutput>();
+        auto services = sound.services(&FFmpegAudioFile::open);
+        services.offlineFormat.reset();
+        services.makeOutput = [output] { return output; };
+        make(std::move(services));
+        return *output;
+    }
     // Decoding waits on `background` until the test runs it.
     AmbientAudioEngine::Services queued(AudioFileOpener open = &FFmpegAudioFile::open)
     {
@@ -83,34 +93,121 @@ protected:
 };
 
 // Every frame of each layer tells where it is: the layers loop without a gap
-// at their levels, and start over when the output device changes.
-TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndRestartWhenTheDeviceChanges)
+// at their levels, start over when the output device changes, and when the
+// output is lost they wait, silent, while it is tried again after 0.5, 1, 2,
+// ... up to every 10 s, then start over fading in once it opens.
+TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndComeBackFadingInWhenALostOutputReturns)
 {
+    auto& output = onManualOutput();
     ramp("music.wav", 1000);
     testing::writeFloatWav(dir / "ambience.wav", 48000, 2, 700,
                            [](std::int64_t i, int c) { return c == 1 ? -static_cast<float>(i + 1) / 700.0f : 0.0f; });
-    auto output = std::make_shared<testing::ManualOutput>();
-    auto services = sound.services(&FFmpegAudioFile::open);
-    services.offlineFormat.reset();
-    services.makeOutput = [&] { return output; };
-    auto& engine = make(std::move(services));
-    engine.setMusicVolume(0.5f);
-    engine.setAmbienceVolume(0.25f);
-    startAndLoad(testing::soundWorld(dir.path(), "meadow", "music.wav", "ambience.wav"), dir / "music.wav", 0);
+    engine->setMusicVolume(0.5f);
+    engine->setAmbienceVolume(0.25f);
+    startAndLoad(testing::soundWorld(dir.path(), "meadow", "music.wav", "ambience.wav"), dir / "music.wav", 1.0);
     EXPECT_TRUE(contains(logs.lines("audio"), "Sound started: meadow"));
+    auto music = [](std::size_t j) { return static_cast<float>(j % 1000 + 1) / 1000.0f * 0.5f; };
+    auto ambience = [](std::size_t j) { return -static_cast<float>(j % 700 + 1) / 700.0f * 0.25f; };
     auto expectLooping = [&](std::size_t frames) {
-        auto heard = output->pull(static_cast<int>(frames));
+        auto heard = output.pull(static_cast<int>(frames));
         for (std::size_t j = 0; j < frames; ++j) {
-            ASSERT_EQ(heard[2 * j], static_cast<float>(j % 1000 + 1) / 1000.0f * 0.5f) << "frame " << j;
-            ASSERT_EQ(heard[2 * j + 1], -static_cast<float>(j % 700 + 1) / 700.0f * 0.25f) << "frame " << j;
+            ASSERT_EQ(heard[2 * j], music(j)) << "frame " << j;
+            ASSERT_EQ(heard[2 * j + 1], ambience(j)) << "frame " << j;
         }
     };
-    expectLooping(3200); // across the music's loop point three times and the ambience's four times
+    sound.loop.advance(1.1); // the fade-in is over; nothing plays until pulled
+    expectLooping(3200);     // across the music's loop point three times and the ambience's four times
 
-    output->changed(); // the device went away and came back
+    output.changed(); // the device went away and another one is there
     sound.loop.runPending();
     EXPECT_TRUE(contains(logs.lines("audio"), "Audio configuration changed; restarting engine"));
+    sound.loop.advance(1.1);
     expectLooping(1200);
+
+    output.refusal = "Could not connect to the sound server";
+    auto failures = [&] { return std::ranges::count_if(logs.lines("audio"), [](const std::string& line) { return line.find("Audio engine restart failed: ") != std::string::npos; }); };
+    output.changed();
+    sound.loop.runPending();
+    EXPECT_EQ(std::pair(output.attempts, failures()), std::pair(3, 1L)) << "one attempt at once";
+    double due = sound.loop.mediaTime();
+    for (double delay : {0.5, 1.0, 2.0, 4.0, 8.0, 10.0, 10.0}) {
+        int attempts = output.attempts;
+        due += delay;
+        sound.loop.advance(due - 0.01 - sound.loop.mediaTime());
+        ASSERT_EQ(output.attempts, attempts) << "not before " << delay << " s";
+        ASSERT_TRUE(std::ranges::all_of(output.pull(800), [](float x) { return x == 0.0f; })) << "silent while away";
+        sound.loop.advance(0.02);
+        ASSERT_EQ(std::pair(output.attempts, failures()), std::pair(attempts + 1, static_cast<long>(attempts - 1))) << "one line after " << delay << " s";
+    }
+    EXPECT_TRUE(engine->isWaitingForOutput());
+
+    // Back at the next attempt: both layers start over together under one
+    // master gain rising from 0 along smoothstep, and nothing is heard twice.
+    output.refusal.reset();
+    sound.loop.advance(due + 10.0 + 0.01 - sound.loop.mediaTime());
+    EXPECT_TRUE(contains(logs.lines("audio"), "Audio output back after 8 failed attempts"));
+    EXPECT_FALSE(engine->isWaitingForOutput());
+    std::vector<float> gains;
+    for (int k = 0; k < 61; ++k) {
+        auto heard = output.pull(static_cast<int>(LockstepAudio::stepFrames));
+        for (std::size_t f = 0; f < LockstepAudio::stepFrames; ++f) {
+            std::size_t j = gains.size();
+            gains.push_back(heard[2 * f] / music(j));
+            ASSERT_NEAR(heard[2 * f + 1], ambience(j) * gains.back(), 1e-6) << "frame " << j;
+        }
+        sound.loop.advance(LockstepAudio::step);
+    }
+    EXPECT_EQ(gains.front(), 0.0f);
+    EXPECT_EQ(gains.back(), 1.0f);
+    EXPECT_TRUE(std::ranges::is_sorted(gains));
+    expectSmooth(gains, 1.5 * 1.01, 1.0); // smoothstep's steepest slope over the start's fade-in of 1 s
+}
+
+// A start that finds no output waits for it, and a switch meanwhile is what
+// comes back. Any stop while a lost output waits for its next attempt ends
+// everything at once; so does a lost output while a stop fades out.
+TEST_F(AmbientAudioEngineTest, AStopEndsTheWaitForALostOutputAtOnceAndNothingIsTriedAfterIt)
+{
+    auto& output = onManualOutput();
+    constant("music.wav", 0.5f, 0.0f);
+    fs::path other = constant("other.wav", 0.0f, 0.5f);
+    auto world = testing::soundWorld(dir.path(), "meadow", "music.wav", std::nullopt);
+    output.refusal = "no device";
+    startAndLoad(world, world.musicURL(), 0.5);
+    EXPECT_TRUE(contains(logs.lines("audio"), "Audio engine failed to start: no device"));
+    EXPECT_EQ(engine->state(), State::playing);
+    EXPECT_TRUE(engine->isWaitingForOutput());
+    engine->switchMusic(other, 1.0);
+    sound.loop.runPending();
+    EXPECT_EQ(engine->musicURL(), other);
+    output.refusal.reset();
+    sound.loop.advance(0.5 + 0.6);
+    EXPECT_EQ(output.starts, 1);
+    auto heard = output.pull(1);
+    EXPECT_EQ(std::pair(heard[0], heard[1]), std::pair(0.0f, 0.25f)) << "only the new music, faded in";
+
+    int completions = 0;
+    output.refusal = "gone";
+    output.changed();
+    sound.loop.runPending();
+    ASSERT_TRUE(engine->isWaitingForOutput());
+    engine->setIsMuted(true); // no fade, no pause: nothing to hear
+    engine->stop(0.8, [&] { ++completions; });
+    EXPECT_EQ(std::pair(engine->state(), completions), std::pair(State::idle, 1));
+
+    output.refusal.reset();
+    engine->setIsMuted(false);
+    startAndLoad(world, world.musicURL(), 0);
+    engine->stop(0.8, [&] { ++completions; });
+    output.refusal = "gone";
+    output.changed();
+    sound.loop.runPending();
+    EXPECT_EQ(std::pair(engine->state(), completions), std::pair(State::idle, 2)) << "lost while fading out";
+
+    int attempts = output.attempts;
+    sound.loop.advance(60);
+    EXPECT_EQ(output.attempts, attempts);
+    EXPECT_EQ(sound.loop.pendingCount(), 0u);
 }
 
 // The master's fades follow smoothstep over exactly their length and move the

@@ -58,6 +58,9 @@ StereoSignal OfflineMixer::render(std::int64_t frames, const std::function<void(
 
 std::expected<void, std::string> ManualOutput::start(AudioRenderSource& renderSource, double)
 {
+    ++attempts;
+    if (refusal)
+        return std::unexpected(*refusal);
     source = &renderSource;
     ++starts;
     return {};

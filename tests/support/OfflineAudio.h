@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace hushmeadows::testing {
@@ -41,7 +43,8 @@ private:
     std::shared_ptr<PCMBuffer> scratch_;
 };
 
-// An output at the port that the test pulls itself, on any thread; `changed` reports a device change.
+// An output at the port that the test pulls itself, on any thread; `changed`
+// reports a device change, and while `refusal` is set every start fails with it.
 class ManualOutput final : public AudioOutput {
 public:
     std::expected<void, std::string> start(AudioRenderSource& renderSource, double sampleRate) override;
@@ -51,7 +54,9 @@ public:
     // Interleaved stereo; silence while not started.
     std::vector<float> pull(int frames);
 
-    int starts = 0;
+    int starts = 0;   // that succeeded
+    int attempts = 0; // every start
+    std::optional<std::string> refusal;
     std::atomic<AudioRenderSource*> source = nullptr;
     std::function<void()> changed;
 };
