@@ -37,16 +37,17 @@ public:
     std::unique_ptr<Lock> lock(const fs::path&, std::chrono::milliseconds) const override { return std::make_unique<Lock>(); }
 };
 
+// Kept for the life of the process: queues read files until it ends.
 std::mutex& installedMutex()
 {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;
+    return *mutex;
 }
 
 std::shared_ptr<const FileAccess>& installed()
 {
-    static std::shared_ptr<const FileAccess> access = std::make_shared<PortableFileAccess>();
-    return access;
+    static auto* access = new std::shared_ptr<const FileAccess>(std::make_shared<PortableFileAccess>());
+    return *access;
 }
 
 } // namespace
