@@ -4,7 +4,8 @@
 #     (Platforms/Apple/BundleNames.cmake, run here as a script) name the
 #     principal class, and every Objective-C class the bundle defines carries
 #     our prefix and the bundle's version;
-#  2. parse: every .mm and .cpp of Platforms/Apple and the bundle's harness
+#  2. workflow: every step of .github/workflows/macos.yml has a time limit;
+#  3. parse: every .mm and .cpp of Platforms/Apple and the bundle's harness
 #     parse with clang 19 as Objective-C++ with ARC, C++23 and libc++, against
 #     the hand-written declarations in tools/apple-declarations, with the
 #     declarations of both architectures (BOOL differs).
@@ -50,7 +51,7 @@ check_names() {
       fi
       defined+=" $class"
     done
-    if printf '%s\n' "$source" | grep -q "@interface[[:space:]]\{1,\}$principal[[:space:]]*:[[:space:]]*ScreenSaverView"; then
+    if grep -q "@interface[[:space:]]\{1,\}$principal[[:space:]]*:[[:space:]]*ScreenSaverView" <<< "$source"; then
       principal_is_view=1
     fi
   done
@@ -76,7 +77,30 @@ fi
 check_names "${bundle_sources[@]}"
 echo "names: the Info.plist's principal class $principal and every class of the bundle carry HMW and $suffix"
 
-# --- 2. parse ---------------------------------------------------------------
+# --- 2. the workflow: every step has a time limit -------------------------
+# Steps are the "      - " items of the job's steps; each needs its own
+# "        timeout-minutes:" before the next begins.
+untimed_steps() {
+  awk '
+    /^    steps:/ { in_steps = 1; next }
+    in_steps && /^      - / { if (step != "" && !timed) print step; step = $0; timed = 0; next }
+    in_steps && /^        timeout-minutes:/ { timed = 1 }
+    END { if (step != "" && !timed) print step }' "$1"
+}
+sed '/^        timeout-minutes:/d' .github/workflows/macos.yml > "$work/untimed.yml"
+if [ -z "$(untimed_steps "$work/untimed.yml")" ]; then
+  echo "workflow: steps without a time limit were not caught; the check proves nothing" >&2
+  exit 1
+fi
+untimed=$(untimed_steps .github/workflows/macos.yml)
+if [ -n "$untimed" ]; then
+  echo "workflow: steps of .github/workflows/macos.yml without timeout-minutes:" >&2
+  echo "$untimed" >&2
+  exit 1
+fi
+echo "workflow: every step of .github/workflows/macos.yml has a time limit"
+
+# --- 3. parse ---------------------------------------------------------------
 parse() { "$compiler" -fsyntax-only "${flags[@]}" "$@"; }
 planted="$work/PlantedParse.mm"
 { cat Platforms/Apple/ApplePaths.mm; echo 'static NSString* planted = 42;'; } > "$planted"

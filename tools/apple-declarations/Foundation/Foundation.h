@@ -1,5 +1,5 @@
 // Declarations written from Apple's public documentation, for the parse check
-// only (tools/parse-check-apple.sh); not Apple's header.
+// only (tools/check-macos-host.sh); not Apple's header.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -85,7 +85,16 @@ enum : NSStringEncoding {
 @property(readonly) const char* UTF8String;
 @property(readonly) NSUInteger length;
 - (BOOL)isEqualToString:(NSString*)aString;
+- (NSString*)stringByReplacingOccurrencesOfString:(NSString*)target withString:(NSString*)replacement;
 @end
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+NSString* NSStringFromClass(Class aClass);
+#ifdef __cplusplus
+}
+#endif
 
 @interface NSNumber : NSObject <NSCopying>
 + (NSNumber*)numberWithBool:(BOOL)value;
@@ -160,6 +169,7 @@ typedef NSString* NSExceptionName;
 + (instancetype)date;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)secs;
 @property(readonly) NSTimeInterval timeIntervalSinceReferenceDate;
+@property(readonly) NSTimeInterval timeIntervalSinceNow;
 @end
 
 @interface NSURL : NSObject <NSCopying>
@@ -180,6 +190,7 @@ typedef NSString* NSExceptionName;
 @property(readonly, copy) NSDictionary<NSString*, id>* infoDictionary;
 @property(readonly, copy) NSURL* resourceURL;
 @property(readonly, copy) NSString* bundlePath;
+@property(readonly, copy) NSString* executablePath;
 @end
 
 @interface NSFileManager : NSObject

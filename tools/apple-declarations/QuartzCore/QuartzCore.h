@@ -1,5 +1,5 @@
 // Declarations written from Apple's public documentation, for the parse check
-// only (tools/parse-check-apple.sh); not Apple's header.
+// only (tools/check-macos-host.sh); not Apple's header.
 #pragma once
 
 #import <Foundation/Foundation.h>
