@@ -109,13 +109,21 @@ if parse -I Platforms/Apple "$planted" 2>/dev/null; then
   exit 1
 fi
 files=(Platforms/Apple/*.mm Platforms/Apple/*.cpp tests/Apple/SaverHarness.mm)
-failed=0
+# One parse per file and architecture, as many at once as there are cores.
+n=0
 for file in "${files[@]}"; do
   for arch in arm64 intel; do
     extra=()
     [ "$arch" = intel ] && extra=(-DHUSHMEADOWS_DECLARE_INTEL=1)
-    parse "${extra[@]}" "$file" || { echo "parse: $file ($arch) FAILED" >&2; failed=1; }
+    n=$((n + 1))
+    ( parse "${extra[@]}" "$file" > "$work/parse.$n.log" 2>&1 \
+        || { echo "parse: $file ($arch) FAILED" >> "$work/parse.$n.log"; touch "$work/failed"; } ) &
+    while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do wait -n || true; done
   done
 done
-[ "$failed" = 0 ] && echo "parse: ${#files[@]} files of the macOS host parse (arm64 and Intel declarations); the planted errors were caught"
-exit "$failed"
+wait
+cat "$work"/parse.*.log >&2
+if [ -e "$work/failed" ]; then
+  exit 1
+fi
+echo "parse: ${#files[@]} files of the macOS host parse (arm64 and Intel declarations); the planted errors were caught"
