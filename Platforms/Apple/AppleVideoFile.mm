@@ -9,6 +9,7 @@
 #include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace hushmeadows {
@@ -255,7 +256,9 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
     if (!loaded)
         return std::unexpected(describe(loaded.error()));
     reader->track = loaded->track;
-    reader->duration = reader->asset.duration;
+    // The loaded length, rounded up to a microsecond: the range reaches the
+    // last frame's end.
+    reader->duration = CMTimeMake(static_cast<int64_t>(std::ceil(loaded->duration * 1'000'000)), 1'000'000);
     auto started = startReader(reader->asset, reader->track, Reading::looping);
     if (!started)
         return std::unexpected(describe(started.error()));
