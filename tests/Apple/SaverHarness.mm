@@ -135,6 +135,18 @@ void runOnce(Class principal, ScreenSaverView* full, ScreenSaverView* preview, i
         return number(processDiagnostics(principal), @"displayLinkCallbacks") > linksBefore;
     });
     expect(linked, run, "the picture's display link runs while the windows are on screen");
+    if (run == 0) {
+        // The occlusion path: a window taken off screen holds its picture
+        // still, and plays again when it comes back.
+        bool (^playing)(void) = ^bool {
+            return [[full valueForKey:@"hushmeadowsDiagnostics"][@"isPlaying"] boolValue];
+        };
+        expect(spinUntil(10.0, playing), run, "the shown view plays");
+        [full.window orderOut:nil];
+        expect(spinUntil(10.0, ^{ return !playing(); }), run, "a window off screen holds its picture still");
+        [full.window orderFrontRegardless];
+        expect(spinUntil(10.0, playing), run, "the picture plays again when its window is back on screen");
+    }
     NSDictionary* shown = [full valueForKey:@"hushmeadowsDiagnostics"];
     NSDictionary* small = [preview valueForKey:@"hushmeadowsDiagnostics"];
     expect([shown[@"role"] isEqual:@"display"], run, "a real start after didstart shows the world");
