@@ -6,7 +6,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev ffmpeg
   libsdl2-dev nlohmann-json3-dev libfmt-dev libsystemd-dev libxext-dev libxrandr-dev libxss-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev clang-16 libc++-16-dev libc++abi-16-dev
+  clang libclang-rt-14-dev clang-19 libc++-19-dev libc++abi-19-dev
   xvfb x11-utils x11-apps x11-xserver-utils imagemagick sox pulseaudio pulseaudio-utils dbus-daemon dbus-bin bc python3
   xscreensaver util-linux
 )

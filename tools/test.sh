@@ -11,6 +11,9 @@ bash tools/install-deps.sh
 echo "== house checks"
 bash tools/house-checks.sh
 
+echo "== macOS host: bundle class names and a parse check against declarations from Apple's documentation"
+bash tools/check-macos-host.sh
+
 echo "== dev build (-Werror) and all tests"
 cmake --preset dev -G Ninja
 cmake --build build/dev -j"$jobs"

@@ -1,7 +1,6 @@
 #import "Platforms/Apple/AppleServices.h"
 
 #import "Platforms/Apple/ApplePaths.h"
-#import "Platforms/Apple/HMBlockTarget.h"
 #import "Platforms/Apple/ScopedObserver.h"
 
 #import <AppKit/AppKit.h>
@@ -12,10 +11,12 @@
 
 #include "Platforms/Apple/AppleAudioFile.h"
 #include "Platforms/Apple/AppleVideoFile.h"
+#include "Platforms/Apple/CallbackCounts.h"
 #include "Platforms/Apple/ExceptionBarrier.h"
 #include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Runtime/ImageHeader.h"
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 
@@ -23,21 +24,71 @@ namespace hushmeadows {
 
 namespace {
 
-struct TimerToken final : Cancellable {
+// Runs the block on the main thread: at once when already there.
+void onMain(dispatch_block_t block)
+{
+    if ([NSThread isMainThread])
+        block();
+    else
+        dispatch_async(dispatch_get_main_queue(), block);
+}
+
+// A timer on the main run loop, in the common modes (so that fades go on
+// while the system tracks events). Cancelling invalidates it, so cancelled
+// work never wakes the process again: the host keeps the process after a run.
+// The timer is added, and invalidated, on the main thread only.
+struct TimerToken final : Cancellable, std::enable_shared_from_this<TimerToken> {
     std::atomic<bool> cancelled{false};
     NSTimer* __strong timer = nil;
     void cancel() override
     {
         cancelled.store(true);
-        NSTimer* t = timer;
-        timer = nil;
-        dispatch_async(dispatch_get_main_queue(), ^{
-            [t invalidate];
+        std::weak_ptr<TimerToken> weak = weak_from_this();
+        onMain(^{
+            if (auto self = weak.lock()) {
+                [self->timer invalidate];
+                self->timer = nil;
+            }
         });
     }
     bool isCancelled() const override { return cancelled.load(); }
-    ~TimerToken() override { [timer invalidate]; }
+    ~TimerToken() override
+    {
+        NSTimer* last = timer;
+        onMain(^{
+            [last invalidate];
+        });
+    }
 };
+
+std::shared_ptr<Cancellable> startTimer(double interval, bool repeats, std::function<void()> work, const char* entry)
+{
+    auto token = std::make_shared<TimerToken>();
+    auto shared = std::make_shared<std::function<void()>>(std::move(work));
+    std::weak_ptr<TimerToken> weak = token;
+    // A one-shot timer keeps its token until it fires or is cancelled:
+    // delayed work runs unless cancelled, whether or not the caller kept the
+    // handle. A repeating one holds it weakly and ends with the handle.
+    std::shared_ptr<TimerToken> kept = repeats ? nullptr : token;
+    onMain(^{
+        auto owner = kept ? kept : weak.lock();
+        if (!owner || owner->isCancelled())
+            return;
+        owner->timer = [NSTimer timerWithTimeInterval:interval
+                                              repeats:repeats
+                                                block:^(NSTimer* fired) {
+                                                    ++CallbackCounts::timers;
+                                                    auto alive = kept ? kept : weak.lock();
+                                                    if (!alive || alive->isCancelled()) {
+                                                        [fired invalidate];
+                                                        return;
+                                                    }
+                                                    exceptionBarrier(entry, *shared);
+                                                }];
+        [[NSRunLoop mainRunLoop] addTimer:owner->timer forMode:NSRunLoopCommonModes];
+    });
+    return token;
+}
 
 } // namespace
 
@@ -51,33 +102,12 @@ void AppleMainRunLoop::post(std::function<void()> work)
 
 std::shared_ptr<Cancellable> AppleMainRunLoop::postAfter(double delay, std::function<void()> work)
 {
-    auto token = std::make_shared<TimerToken>();
-    auto shared = std::make_shared<std::function<void()>>(std::move(work));
-    // The block keeps the token: delayed work runs unless cancelled, whether
-    // or not the caller kept the handle.
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(delay * NSEC_PER_SEC)), dispatch_get_main_queue(), ^{
-        if (!token->isCancelled())
-            exceptionBarrier("delayed work", *shared);
-    });
-    return token;
+    return startTimer(std::max(delay, 0.0), false, std::move(work), "delayed work");
 }
 
 std::shared_ptr<Cancellable> AppleMainRunLoop::scheduleRepeating(double interval, std::function<void()> work)
 {
-    auto token = std::make_shared<TimerToken>();
-    auto shared = std::make_shared<std::function<void()>>(std::move(work));
-    HMBlockTarget* target = [HMBlockTarget new];
-    std::weak_ptr<TimerToken> weak = token;
-    target.action = ^{
-        auto alive = weak.lock();
-        if (alive && !alive->isCancelled())
-            exceptionBarrier("repeating work", *shared);
-    };
-    // Common modes, so that fades go on while the system tracks events.
-    NSTimer* timer = [NSTimer timerWithTimeInterval:interval target:target selector:@selector(fire:) userInfo:nil repeats:YES];
-    [[NSRunLoop mainRunLoop] addTimer:timer forMode:NSRunLoopCommonModes];
-    token->timer = timer;
-    return token;
+    return startTimer(interval, true, std::move(work), "repeating work");
 }
 
 double AppleMainRunLoop::mediaTime() const { return CACurrentMediaTime(); }
@@ -210,12 +240,13 @@ double AppleSystemSession::idleSeconds() const
 
 void AppleLogSink::write(const LogRecord& record)
 {
-    static std::mutex mutex;
-    static std::map<std::string, os_log_t> logs;
+    // Kept for the life of the process: queues log until it ends.
+    static auto* mutex = new std::mutex;
+    static auto* logs = new std::map<std::string, os_log_t>;
     os_log_t log;
     {
-        std::lock_guard lock(mutex);
-        auto& slot = logs[record.category];
+        std::lock_guard lock(*mutex);
+        auto& slot = (*logs)[record.category];
         if (!slot)
             slot = os_log_create(record.subsystem.c_str(), record.category.c_str());
         log = slot;

@@ -9,8 +9,10 @@ namespace hushmeadows {
 
 // The video file port on AVFoundation: an asset reader over the first video
 // track of one local regular file, vending 32-bit BGRA, IOSurface-backed
-// pixel buffers, each copied once into a pooled image. Rewinding starts a new
-// reader from the beginning, which gives the first pass's frames exactly.
+// pixel buffers, each copied once into a pooled image. The track output reads
+// pass after pass: it starts over as soon as the last picture of a pass is
+// decoded, so rewinding at the loop point waits for nothing and the next
+// pass's frames are the first pass's exactly.
 // A file opens, and passes the probe, only when it has a video track, plays
 // on this Mac and lasts longer than zero; each load of the asset waits at
 // most loadTimeout, so a file that never answers cannot hold the decoding

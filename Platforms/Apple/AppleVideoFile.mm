@@ -9,6 +9,7 @@
 #include "Platforms/Posix/PosixFileAccess.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace hushmeadows {
@@ -127,7 +128,11 @@ std::expected<Loaded, VideoProbeResult> loadAsset(AVURLAsset* asset)
     });
 }
 
-std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track)
+// How the reader's output is used: a probe reads one frame; a video that
+// loops reads pass after pass from the same output.
+enum class Reading { once, looping };
+
+std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAssetTrack* track, Reading reading)
 {
     NSError* error = nil;
     Started started;
@@ -142,6 +147,9 @@ std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAs
     started.output = [[AVAssetReaderTrackOutput alloc] initWithTrack:track outputSettings:settings];
     // Each frame is copied out before the next is asked for.
     started.output.alwaysCopiesSampleData = NO;
+    // A looping video reads its next pass from this same output, whose
+    // decoder is already running (AVAssetReader itself cannot seek).
+    started.output.supportsRandomAccess = reading == Reading::looping;
     if (![started.reader canAddOutput:started.output])
         return std::unexpected(failure(VideoProbeFailure::unsupportedFormat));
     [started.reader addOutput:started.output];
@@ -151,9 +159,22 @@ std::expected<Started, VideoProbeResult> startReaderOnce(AVURLAsset* asset, AVAs
 }
 
 // A track AVFoundation cannot read with these settings makes it raise.
-std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track)
+std::expected<Started, VideoProbeResult> startReader(AVURLAsset* asset, AVAssetTrack* track, Reading reading)
 {
-    return raisedAs(VideoProbeFailure::cannotBeRead, [asset, track] { return startReaderOnce(asset, track); });
+    return raisedAs(VideoProbeFailure::cannotBeRead, [asset, track, reading] { return startReaderOnce(asset, track, reading); });
+}
+
+// Starts the output over at the beginning of the file, after it has given
+// its last sample. False when AVFoundation refuses (it raises for a misuse).
+bool readFromStart(AVAssetReaderTrackOutput* output, CMTime duration)
+{
+    @try {
+        [output resetForReadingTimeRanges:@[ [NSValue valueWithCMTimeRange:CMTimeRangeMake(kCMTimeZero, duration)] ]];
+        return true;
+    } @catch (NSException* exception) {
+        (void)exception;
+        return false;
+    }
 }
 
 // The next sample that holds a picture, retained (the caller releases it);
@@ -186,13 +207,26 @@ VideoProbeResult noFrames(AVAssetReader* reader)
 
 } // namespace
 
+// Reads one picture ahead of the one handed out. So the end of a pass is
+// known while its last frame is handed out, and the output starts over at
+// once: the decoder works on the next pass's first frames while the frames
+// decoded ahead of the picture still show, and rewind() at the loop point
+// costs nothing. (In a playlist, where the file is dropped at its end
+// instead, that costs a frame or two of decoding.) Should AVFoundation refuse
+// to start over, rewind() falls back to a new reader.
 struct AppleVideoFile::Reader {
     AVURLAsset* asset = nil;
     AVAssetTrack* track = nil;
+    CMTime duration = kCMTimeInvalid;
     AVAssetReader* reader = nil;
     AVAssetReaderTrackOutput* output = nil;
-    // The first picture, read by open() to learn the size, handed out first.
+    // The next picture to hand out (the first one is read by open() to learn
+    // the size).
     CMSampleBufferRef pending = nullptr;
+    // The pass has ended: readFrame() says so until rewind().
+    bool passEnded = false;
+    // The output already reads the next pass.
+    bool startedOver = false;
 
     ~Reader()
     {
@@ -224,7 +258,10 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
     if (!loaded)
         return std::unexpected(describe(loaded.error()));
     reader->track = loaded->track;
-    auto started = startReader(reader->asset, reader->track);
+    // The loaded length, rounded up to a microsecond: the range reaches the
+    // last frame's end.
+    reader->duration = CMTimeMake(static_cast<int64_t>(std::ceil(loaded->duration * 1'000'000)), 1'000'000);
+    auto started = startReader(reader->asset, reader->track, Reading::looping);
     if (!started)
         return std::unexpected(describe(started.error()));
     reader->reader = started->reader;
@@ -250,12 +287,20 @@ std::expected<std::unique_ptr<VideoFile>, std::string> AppleVideoFile::open(cons
 std::expected<std::optional<VideoFrame>, std::string> AppleVideoFile::readFrame(ImagePool& pool)
 {
     Reader& r = *reader_;
+    if (r.passEnded)
+        return std::optional<VideoFrame>();
     CMSampleBufferRef sample = r.pending ? r.pending : nextPicture(r.output);
     r.pending = nullptr;
     if (!sample) {
         if (r.reader.status == AVAssetReaderStatusFailed)
             return std::unexpected(errorText(r.reader.error, "decoding failed"));
+        r.passEnded = true;
         return std::optional<VideoFrame>();
+    }
+    r.pending = nextPicture(r.output);
+    if (!r.pending && r.reader.status == AVAssetReaderStatusReading) {
+        r.passEnded = true;
+        r.startedOver = readFromStart(r.output, r.duration);
     }
     CVPixelBufferRef image = CMSampleBufferGetImageBuffer(sample);
     const auto width = static_cast<int>(CVPixelBufferGetWidth(image));
@@ -289,14 +334,19 @@ std::expected<std::optional<VideoFrame>, std::string> AppleVideoFile::readFrame(
 std::expected<void, std::string> AppleVideoFile::rewind()
 {
     Reader& r = *reader_;
+    const bool startedOver = r.passEnded && r.startedOver && r.reader.status == AVAssetReaderStatusReading;
+    r.passEnded = false;
+    r.startedOver = false;
+    nextTime_ = 0;
+    if (startedOver)
+        return {};
     r.dropPending();
     [r.reader cancelReading];
-    auto started = startReader(r.asset, r.track);
+    auto started = startReader(r.asset, r.track, Reading::looping);
     if (!started)
         return std::unexpected(describe(started.error()));
     r.reader = started->reader;
     r.output = started->output;
-    nextTime_ = 0;
     return {};
 }
 
@@ -309,7 +359,7 @@ std::optional<VideoProbeResult> AppleVideoFile::probe(const std::filesystem::pat
     auto loaded = loadAsset(asset);
     if (!loaded)
         return loaded.error();
-    auto started = startReader(asset, loaded->track);
+    auto started = startReader(asset, loaded->track, Reading::once);
     if (!started)
         return started.error();
     CMSampleBufferRef sample = nextPicture(started->output);

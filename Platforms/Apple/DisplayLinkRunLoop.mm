@@ -1,12 +1,31 @@
 #import "Platforms/Apple/DisplayLinkRunLoop.h"
-#import "Platforms/Apple/HMBlockTarget.h"
 
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include "Platforms/Apple/BundleClassNames.h"
+#include "Platforms/Apple/CallbackCounts.h"
 #include "Platforms/Apple/ExceptionBarrier.h"
 
 #include <algorithm>
+
+// The display link's target, which the link retains: it holds only a block,
+// which holds its work weakly, so the link keeps neither the view nor the
+// work alive. The display link has no block form, hence this class; its name
+// carries the bundle's version (BundleClassNames.h).
+@interface HMW_DISPLAY_LINK_TARGET : NSObject
+@property(nonatomic, copy) void (^action)(void);
+- (void)fire:(CADisplayLink*)link;
+@end
+
+@implementation HMW_DISPLAY_LINK_TARGET
+- (void)fire:(CADisplayLink*)link
+{
+    (void)link;
+    if (self.action)
+        self.action();
+}
+@end
 
 namespace hushmeadows {
 
@@ -48,8 +67,9 @@ std::shared_ptr<Cancellable> DisplayLinkRunLoop::scheduleRepeating(double interv
     auto token = std::make_shared<LinkToken>();
     auto shared = std::make_shared<std::function<void()>>(std::move(work));
     std::weak_ptr<LinkToken> weak = token;
-    HMBlockTarget* proxy = [HMBlockTarget new];
+    HMW_DISPLAY_LINK_TARGET* proxy = [HMW_DISPLAY_LINK_TARGET new];
     proxy.action = ^{
+        ++CallbackCounts::displayLinks;
         auto alive = weak.lock();
         if (alive && !alive->isCancelled())
             exceptionBarrier("display link", *shared);

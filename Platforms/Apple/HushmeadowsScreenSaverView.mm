@@ -17,6 +17,8 @@
 #include "Platforms/Apple/AppleServices.h"
 #include "Platforms/Apple/AppleVideoFile.h"
 #include "Platforms/Apple/AppleWorkspaceEvents.h"
+#include "Platforms/Apple/BundleClassNames.h"
+#include "Platforms/Apple/CallbackCounts.h"
 #include "Platforms/Apple/DisplayLinkRunLoop.h"
 #include "Platforms/Apple/ExceptionBarrier.h"
 #include "Platforms/Apple/LayerSceneSurface.h"
@@ -34,10 +36,10 @@
 #include <type_traits>
 #include <variant>
 
-@class HushmeadowsScreenSaverView;
-// The Objective-C principal class, named apart from the portable view of the
-// same name inside the namespace below.
-typedef HushmeadowsScreenSaverView HMPrincipalView;
+// The principal class: its name carries the bundle's version
+// (BundleClassNames.h), the same name the Info.plist gives.
+@class HMW_PRINCIPAL_CLASS;
+typedef HMW_PRINCIPAL_CLASS HMPrincipalView;
 
 namespace hushmeadows {
 namespace {
@@ -120,7 +122,7 @@ std::vector<WorldsFolder> worldsFolders(NSBundle* bundle)
 } // namespace
 } // namespace hushmeadows
 
-@interface HushmeadowsScreenSaverView : ScreenSaverView
+@interface HMW_PRINCIPAL_CLASS : ScreenSaverView
 // The superclass's own animation calls, for the portable view.
 - (void)superStartAnimation;
 - (void)superStopAnimation;
@@ -339,7 +341,7 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
 } // namespace
 } // namespace hushmeadows
 
-@implementation HushmeadowsScreenSaverView {
+@implementation HMW_PRINCIPAL_CLASS {
     std::unique_ptr<hushmeadows::ViewParts> _parts;
 }
 
@@ -389,8 +391,9 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
     });
 }
 
-// The run ended: picture and sound go, and so do this view's observers, so
-// that views the host keeps after the run hold nothing.
+// The run ended: picture and sound go, and so do this view's observers and
+// the superclass's animation timer, so that views the host keeps after the
+// run cost no wake-up at all (the next start starts the timer again).
 - (void)leaveRunWithWillStop
 {
     hushmeadows::exceptionBarrier("willstop", [&] {
@@ -399,6 +402,8 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
         _parts->core->screenSaverWillStop();
         _parts->stopObserving();
     });
+    if (self.isAnimating)
+        [super stopAnimation];
 }
 
 - (void)dealloc
@@ -445,6 +450,7 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
 
 - (void)animateOneFrame
 {
+    ++hushmeadows::CallbackCounts::timers;
     hushmeadows::exceptionBarrier("animateOneFrame", [&] {
         if (_parts)
             _parts->core->animateOneFrame();
@@ -518,6 +524,8 @@ NSDictionary<NSString*, id>* dictionary(const std::map<std::string, HushmeadowsS
             @"observers" : @(hushmeadows::ScopedObserver::liveCount()),
             @"liveSceneViews" : @(hushmeadows::PixelSceneView::liveCount()),
             @"liveVideoSources" : @(hushmeadows::LoopingVideoSource::liveCount()),
+            @"timerCallbacks" : @(hushmeadows::CallbackCounts::timers.load()),
+            @"displayLinkCallbacks" : @(hushmeadows::CallbackCounts::displayLinks.load()),
         };
     });
     return result;

@@ -9,10 +9,12 @@
 namespace hushmeadows {
 
 namespace {
+// Kept for the life of the process: its queue may still be decoding when
+// the process exits.
 std::unique_ptr<PosterStore>& sharedStore()
 {
-    static std::unique_ptr<PosterStore> store;
-    return store;
+    static auto* store = new std::unique_ptr<PosterStore>;
+    return *store;
 }
 } // namespace
 

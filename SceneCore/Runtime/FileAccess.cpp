@@ -89,10 +89,11 @@ struct HeldFolders {
     std::map<std::string, std::vector<std::weak_ptr<const FileAccess::HeldFolder>>> byPath;
 };
 
+// Kept for the life of the process: queues open media until it ends.
 HeldFolders& heldFolders()
 {
-    static HeldFolders folders;
-    return folders;
+    static auto* folders = new HeldFolders;
+    return *folders;
 }
 
 std::string folderKey(const fs::path& folder)
@@ -103,16 +104,17 @@ std::string folderKey(const fs::path& folder)
     return key;
 }
 
+// Kept for the life of the process: queues read files until it ends.
 std::mutex& installedMutex()
 {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;
+    return *mutex;
 }
 
 std::shared_ptr<const FileAccess>& installed()
 {
-    static std::shared_ptr<const FileAccess> access = std::make_shared<PortableFileAccess>();
-    return access;
+    static auto* access = new std::shared_ptr<const FileAccess>(std::make_shared<PortableFileAccess>());
+    return *access;
 }
 
 } // namespace

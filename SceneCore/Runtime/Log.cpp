@@ -21,16 +21,18 @@ std::string_view name(LogLevel level)
 
 namespace {
 
+// Both live as long as the process: work on a queue may still log while the
+// process exits, and no destructor may pull the sink from under it.
 std::mutex& sinkMutex()
 {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;
+    return *mutex;
 }
 
 std::shared_ptr<LogSink>& installedSink()
 {
-    static std::shared_ptr<LogSink> sink;
-    return sink;
+    static auto* sink = new std::shared_ptr<LogSink>;
+    return *sink;
 }
 
 std::atomic<bool> revealPrivateArguments{false};

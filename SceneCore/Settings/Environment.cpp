@@ -15,16 +15,17 @@ std::optional<std::string> variable(const char* name)
     return std::string(value);
 }
 
+// Kept for the life of the process: queues read it until it ends.
 std::mutex& installedMutex()
 {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;
+    return *mutex;
 }
 
 std::optional<Environment>& installed()
 {
-    static std::optional<Environment> environment;
-    return environment;
+    static auto* environment = new std::optional<Environment>;
+    return *environment;
 }
 
 } // namespace

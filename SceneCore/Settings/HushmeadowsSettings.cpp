@@ -177,8 +177,9 @@ std::string_view TimeOfDay::rawValue() const { return timeOfDayNames.name(value_
 
 const HushmeadowsSettings& HushmeadowsSettings::defaultSettings()
 {
-    static const HushmeadowsSettings shared{};
-    return shared;
+    // Kept for the life of the process: queues may read it until it ends.
+    static const auto* shared = new HushmeadowsSettings{};
+    return *shared;
 }
 
 HushmeadowsSettings HushmeadowsSettings::make(std::optional<double> musicVolume,

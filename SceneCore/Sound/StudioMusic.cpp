@@ -81,30 +81,35 @@ std::optional<StudioMusic> StudioMusic::load(const std::string& worldID, const f
 }
 
 namespace {
-std::mutex cacheMutex;
+// Both kept for the life of the process: background loads use them until it ends.
+std::mutex& cacheMutex()
+{
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
 std::map<std::string, std::optional<StudioMusic>>& cache()
 {
-    static std::map<std::string, std::optional<StudioMusic>> entries;
-    return entries;
+    static auto* entries = new std::map<std::string, std::optional<StudioMusic>>;
+    return *entries;
 }
 } // namespace
 
 std::optional<StudioMusic> StudioMusic::load(const WorldPackage& world, const MediaProbe& media)
 {
     {
-        std::lock_guard lock(cacheMutex);
+        std::lock_guard lock(cacheMutex());
         if (auto it = cache().find(world.id()); it != cache().end())
             return it->second;
     }
     auto studio = load(world.id(), world.rootURL().parent_path(), media);
-    std::lock_guard lock(cacheMutex);
+    std::lock_guard lock(cacheMutex());
     cache().emplace(world.id(), studio);
     return studio;
 }
 
 void StudioMusic::clearCache()
 {
-    std::lock_guard lock(cacheMutex);
+    std::lock_guard lock(cacheMutex());
     cache().clear();
 }
 
