@@ -245,6 +245,8 @@ struct LockLedger final : FileAccess {
             return {nullptr, refusal};
         return {std::make_unique<Lock>(), {}};
     }
+    std::shared_ptr<const HeldFolder> openFolder(const fs::path& folder) const override { return files->openFolder(folder); }
+    bool staysInside(const fs::path& file) const override { return files->staysInside(file); }
 };
 
 struct SettingsStoreLockTest : SettingsStoreTest {
