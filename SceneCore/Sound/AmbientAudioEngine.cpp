@@ -335,12 +335,15 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
         });
     });
 
-    auto started = engine_->start();
-    if (!started) {
-        // The layers wait for the output; it is tried again soon.
+    if (auto started = engine_->start(); !started) {
         Log::audio.error("Audio engine failed to start: %{private}s", started.error());
-        loseOutput();
+        outputFailed();
+        return;
     }
+    if (failedOutputAttempts_ > 0)
+        Log::audio.notice("Audio output back after %d failed attempts", failedOutputAttempts_);
+    failedOutputAttempts_ = 0;
+    outputRetryDelay_ = 0;
 
     music_.play(sources.music);
     ambience_.play(sources.ambience);
@@ -350,9 +353,7 @@ void AmbientAudioEngine::begin(LoadedSources sources, double fadeIn)
     Log::audio.notice("Sound started: %{public}s%{public}s%{public}s", world_ ? world_->id() : std::string(),
                       std::string(streamed ? " (music streamed)" : ""), std::string(isMuted_ ? " (muted)" : ""));
 
-    if (!started)
-        outputFailed();
-    else if (isMuted_)
+    if (isMuted_)
         engine_->pause();
     else
         fadeMaster(1.0f, fadeIn, {});
@@ -438,8 +439,8 @@ void AmbientAudioEngine::stop(double fadeOut, std::function<void()> completion)
     switch (state_) {
     case State::playing:
     case State::stopping:
-        if (!engine_ || outputRetry_)
-            break; // nothing is heard while the output is away: no fade to wait for
+        if (!engine_)
+            break;
         state_ = State::stopping;
         fadeMaster(0.0f, fadeOut, [weak = weakSelf(), engine = engine_.get(), generation = generation_, completion] {
             auto self = weak.lock();
@@ -535,8 +536,7 @@ void AmbientAudioEngine::setIsMuted(bool muted)
 
 void AmbientAudioEngine::muteChanged(double fade)
 {
-    // While the output is away the master rests at 0; its return pauses or fades in.
-    if (state_ != State::playing || !engine_ || outputRetry_)
+    if (state_ != State::playing || !engine_)
         return;
     if (isMuted_) {
         fadeMaster(0.0f, fade, [weak = weakSelf(), engine = engine_.get()] {
@@ -566,54 +566,24 @@ void AmbientAudioEngine::recoverFromConfigurationChange()
     if (!engine_ || (state_ != State::playing && state_ != State::stopping))
         return;
     Log::audio.notice("Audio configuration changed; restarting engine");
-    // A change while waiting (a device appeared) is worth an attempt now;
-    // the delays go on growing if it fails.
-    if (outputRetry_) {
-        outputRetry_->cancel();
-        outputRetry_.reset();
-    }
-    loseOutput();
-    restartOutput();
-}
-
-void AmbientAudioEngine::loseOutput()
-{
-    // The output comes back from silence, fading in, unless a stop is fading out.
-    if (state_ != State::stopping) {
-        cancelFade();
-        engine_->setOutputVolume(0);
-    }
     music_.suspend();
     ambience_.suspend();
-}
-
-void AmbientAudioEngine::restartOutput()
-{
-    outputRetry_.reset();
     if (auto started = engine_->start(); !started) {
         Log::audio.error("Audio engine restart failed: %{private}s", started.error());
         outputFailed();
         return;
     }
-    if (failedOutputAttempts_ > 0)
-        Log::audio.notice("Audio output back after %d failed attempts", failedOutputAttempts_);
-    outputRetryDelay_ = 0;
-    failedOutputAttempts_ = 0;
     music_.resume();
     ambience_.resume();
-    if (state_ != State::playing)
-        return; // a stop's fade goes on
-    if (isMuted_)
+    if (isMuted_ && state_ == State::playing)
         engine_->pause();
-    else
-        fadeMaster(1.0f, lastFadeIn_, {});
 }
 
 void AmbientAudioEngine::outputFailed()
 {
-    ++failedOutputAttempts_;
+    // A stop fading out ends now: nobody waits for this sound any more. Its
+    // completion tears everything down itself.
     if (state_ == State::stopping) {
-        // Nobody waits for this sound any more: the stop ends now.
         if (fade_ && fade_->completion) {
             std::function<void()> completion = std::move(fade_->completion);
             cancelFade();
@@ -623,11 +593,30 @@ void AmbientAudioEngine::outputFailed()
         }
         return;
     }
-    outputRetryDelay_ = outputRetryDelay_ > 0 ? std::min(2 * outputRetryDelay_, outputRetryLongestDelay) : outputRetryFirstDelay;
-    outputRetry_ = services_.mainLoop.postAfter(outputRetryDelay_, [weak = weakSelf(), engine = engine_.get(), generation = generation_] {
+    // Torn down, as after any failure of the output; the same sound is asked
+    // for again later, with its fade-in, unless a start or stop comes first.
+    std::optional<WorldPackage> world = world_;
+    std::optional<std::filesystem::path> music = requestedMusicURL();
+    const double fadeIn = lastFadeIn_;
+    const int attempts = failedOutputAttempts_ + 1;
+    const double delay = outputRetryDelay_ > 0 ? std::min(2 * outputRetryDelay_, outputRetryLongestDelay) : outputRetryFirstDelay;
+    stopImmediately();
+    if (!world)
+        return;
+    failedOutputAttempts_ = attempts;
+    outputRetryDelay_ = delay;
+    outputRetry_ = services_.mainLoop.postAfter(delay, [weak = weakSelf(), generation = generation_, world = std::move(*world), music, fadeIn] {
         auto self = weak.lock();
-        if (self && (*self)->engine_.get() == engine && (*self)->generation_ == generation && (*self)->outputRetry_)
-            (*self)->restartOutput();
+        if (!self || (*self)->generation_ != generation || !(*self)->outputRetry_)
+            return;
+        AmbientAudioEngine& engine = **self;
+        const int failed = engine.failedOutputAttempts_;
+        const double lastDelay = engine.outputRetryDelay_;
+        engine.outputRetry_.reset();
+        engine.start(world, music, fadeIn);
+        // The attempt goes on counting from where the failures left off.
+        engine.failedOutputAttempts_ = failed;
+        engine.outputRetryDelay_ = lastDelay;
     });
 }
 

@@ -31,10 +31,10 @@ namespace hushmeadows {
 // sound. The session starts and stops, fades the master, mutes, and recovers
 // when the output device changes; each layer crossfades on its own.
 //
-// An output that cannot be opened (the sound server is gone, the device was
-// unplugged) is tried again after 0.5 s, 1 s, 2 s, ... up to every 10 s, for
-// as long as the sound is wanted: the layers wait, suspended, and come back
-// with a fade-in. Any stop ends the waiting at once.
+// An output that cannot be started (the sound server is gone, the device was
+// unplugged) tears the sound down, as every failure does, and the same sound
+// is started again after 0.5 s, 1 s, 2 s, ... up to every 10 s until it
+// plays, fading in; any start or stop in between ends the waiting at once.
 //
 // It never fails loudly: every problem goes to the audio log and the engine
 // falls back to something quieter, at worst silence.
@@ -226,10 +226,8 @@ private:
     void cancelFade();
     void muteChanged(double fade);
     void recoverFromConfigurationChange();
-    // The output is gone: the layers wait, suspended, for restartOutput().
-    void loseOutput();
-    void restartOutput();
-    // An attempt failed: the next one is scheduled, or a stop ends now.
+    // The output could not be started: everything is torn down and, unless a
+    // stop was fading out, the same sound is started again after a delay.
     void outputFailed();
     std::int64_t nextEntryPoint(const std::filesystem::path& url);
     void streamFailed(const LoopStreamer* streamer);

@@ -44,7 +44,7 @@ record() {
 }
 # The saver's own streams on the sink (by process id).
 ours() { pactl list sink-inputs 2>/dev/null | grep -c "application.process.id = \"$player\"" || true; }
-failures() { grep -c 'Audio engine restart failed' play.log || true; }
+failures() { grep -cE 'Audio engine (restart failed|failed to start)' play.log || true; }
 # Succeeds once the raw recording holds sound, printing the frame it begins at.
 heard() { python3 - "$1" <<'EOF'
 import array, sys
