@@ -2,6 +2,7 @@
 
 #include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
+#include "Apps/hushmeadows/HelpText.h"
 #include "Platforms/Linux/DisplayAudioLock.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
@@ -25,13 +26,7 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr const char* usage =
-    "usage: hushmeadows saver [--root] [--window-id ID]\n"
-    "  (no window)      cover every monitor until a key, a click, a pointer move or SIGTERM\n"
-    "  --root           draw on the window XScreenSaver gives in XSCREENSAVER_WINDOW\n"
-    "                   (without it, the same as no window)\n"
-    "  --window-id ID   draw a preview into that X window, without sound (decimal or 0x hexadecimal)\n"
-    "  -fps, -install, -visual VISUAL   accepted and ignored, as by every XScreenSaver hack\n";
+constexpr const char* usage = HelpText::saver;
 
 // Everything is checked twice a second at most between frames; a tenth of a
 // second keeps a destroyed window or a dead parent from waiting long, and
