@@ -9,8 +9,9 @@ _hushmeadows_worlds()
 _hushmeadows_values()
 {
     case $1 in
-        isMuted | screenSaverAudioEnabled | screenSaverAllDisplays | screenSaverChosen | pixelPerfectScaling | \
-            showsMenuBarExtra | welcomeSeen | reviewRequested) echo true false ;;
+        isMuted | screenSaverAudioEnabled | screenSaverAllDisplays | pixelPerfectScaling | showsMenuBarExtra | welcomeSeen | \
+            reviewRequested) echo true false ;;
+        screenSaverChosen) echo true false null ;;
         framing) echo fill wholeScene ;;
         launchBehavior) echo showWindow enterAmbientMode ;;
         sleepTimer) echo off after15Minutes after30Minutes after60Minutes ;;
@@ -32,7 +33,11 @@ _hushmeadows()
         sleepTimer welcomeSeen longAmbientSessions reviewRequested libraryTab musicStyle musicStyleDefault"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        COMPREPLY=($(compgen -W "$commands --version --help" -- "$cur"))
+        if [[ $cur == -* ]]; then
+            COMPREPLY=($(compgen -W "--version --help" -- "$cur"))
+        else
+            COMPREPLY=($(compgen -W "$commands" -- "$cur"))
+        fi
         return
     fi
     local command=${COMP_WORDS[1]}

@@ -12,7 +12,8 @@ end
 
 # The words after `settings` that are neither options nor their values.
 function __hushmeadows_settings_words
-    set -l words (commandline -opc)[3..-1]
+    set -l words (commandline -opc)
+    set -e words[1..2]
     set -l result
     set -l skip 0
     for word in $words
@@ -24,7 +25,9 @@ function __hushmeadows_settings_words
             set -a result $word
         end
     end
-    printf '%s\n' $result
+    for word in $result
+        echo $word
+    end
 end
 
 function __hushmeadows_settings_at
@@ -37,8 +40,10 @@ end
 function __hushmeadows_setting_values
     set -l key (__hushmeadows_settings_words)[2]
     switch $key
-        case isMuted screenSaverAudioEnabled screenSaverAllDisplays screenSaverChosen pixelPerfectScaling showsMenuBarExtra welcomeSeen reviewRequested
+        case isMuted screenSaverAudioEnabled screenSaverAllDisplays pixelPerfectScaling showsMenuBarExtra welcomeSeen reviewRequested
             printf '%s\n' true false
+        case screenSaverChosen
+            printf '%s\n' true false null
         case framing
             printf '%s\n' fill wholeScene
         case launchBehavior
@@ -62,7 +67,8 @@ end
 
 # True while no world has been named yet (play and render-audio take one).
 function __hushmeadows_no_world
-    set -l words (commandline -opc)[3..-1]
+    set -l words (commandline -opc)
+    set -e words[1..2]
     set -l skip 0
     for word in $words
         if test $skip = 1
