@@ -43,14 +43,14 @@ lintian --fail-on error --no-tag-display-limit "$deb" > lintian.txt 2>&1 || { ca
 echo "lintian:"; sed 's/^/  /' lintian.txt
 
 dpkg-deb -x "$deb" contents
-desktop=contents/usr/share/applications/app.hushmeadows.Hushmeadows.desktop
-metainfo=contents/usr/share/metainfo/app.hushmeadows.Hushmeadows.metainfo.xml
+desktop=contents/usr/share/applications/app.hushmeadows.hushmeadows.desktop
+metainfo=contents/usr/share/metainfo/app.hushmeadows.hushmeadows.metainfo.xml
 desktop-file-validate "$desktop" || fail "the desktop entry does not validate"
 appstreamcli validate --no-net --pedantic "$metainfo" > appstream.txt 2>&1 || { cat appstream.txt >&2; fail "the metainfo does not validate"; }
 for path in usr/bin/hushmeadows usr/share/hushmeadows/Worlds/meadow.hushmeadow/world.json \
   usr/share/xscreensaver/config/hushmeadows.xml usr/share/man/man1/hushmeadows.1.gz \
   usr/share/bash-completion/completions/hushmeadows usr/share/zsh/vendor-completions/_hushmeadows \
-  usr/share/fish/vendor_completions.d/hushmeadows.fish usr/share/icons/hicolor/scalable/apps/app.hushmeadows.Hushmeadows.svg \
+  usr/share/fish/vendor_completions.d/hushmeadows.fish usr/share/icons/hicolor/scalable/apps/app.hushmeadows.hushmeadows.svg \
   usr/share/doc/hushmeadows/copyright usr/share/doc/hushmeadows/changelog.gz; do
   [ -f "contents/$path" ] || fail "the package lacks /$path"
 done
