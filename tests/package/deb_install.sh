@@ -39,7 +39,7 @@ scripts=$(dpkg-deb --ctrl-tarfile "$deb" | tar -t | grep -E 'preinst|postinst|pr
 [ -z "$scripts" ] || fail "the package has maintainer scripts: $scripts"
 
 # lintian: no error; what else it says is printed for the record.
-lintian --fail-on error --no-tag-display-limit "$deb" > lintian.txt 2>&1 || { cat lintian.txt >&2; fail "lintian reports errors"; }
+lintian --fail-on error --display-info --tag-display-limit 0 "$deb" > lintian.txt 2>&1 || { cat lintian.txt >&2; fail "lintian reports errors"; }
 echo "lintian:"; sed 's/^/  /' lintian.txt
 
 dpkg-deb -x "$deb" contents
