@@ -25,7 +25,8 @@ dpkg_() {
 package=$(dpkg-deb -f "$deb" Package) version=$(dpkg-deb -f "$deb" Version) arch=$(dpkg-deb -f "$deb" Architecture)
 [ "$(basename "$deb")" = "${package}_${version}_${arch}.deb" ] || fail "$(basename "$deb") is not named PACKAGE_VERSION_ARCH.deb"
 [ "$package" = hushmeadows ] || fail "the package is called $package"
-if dpkg-query -W -f='${Status}' hushmeadows 2> /dev/null | grep -q 'installed'; then
+state() { dpkg-query -W -f='${db:Status-Status}' hushmeadows 2> /dev/null || true; }
+if [ -n "$(state)" ] && [ "$(state)" != not-installed ]; then
   fail "hushmeadows is already installed here; this test would replace it"
 fi
 
@@ -68,6 +69,7 @@ user_env() { env -i HOME="$home" PATH=/usr/bin:/bin LC_ALL=C.UTF-8 "$@"; }
 for round in 1 2; do
   snapshot > before-$round.txt
   dpkg_ -i "$deb" || fail "round $round: dpkg -i failed"
+  [ "$(state)" = installed ] || fail "round $round: $(state) after dpkg -i"
 
   [ "$(user_env hushmeadows --version)" = "hushmeadows $version" ] || fail "round $round: hushmeadows --version says $(user_env hushmeadows --version)"
   user_env hushmeadows list > list.txt 2> list-err.txt || fail "round $round: hushmeadows list failed: $(cat list-err.txt)"
@@ -89,7 +91,7 @@ for round in 1 2; do
   [ -z "$(ls -A "$home")" ] || fail "round $round: the package wrote into the user's home: $(ls -A "$home")"
 
   dpkg_ --purge hushmeadows || fail "round $round: removing failed"
-  ! dpkg-query -W -f='${Status}' hushmeadows 2> /dev/null | grep -q 'installed' || fail "round $round: still installed"
+  [ -z "$(state)" ] || [ "$(state)" = not-installed ] || fail "round $round: still $(state) after purging"
   # Nothing of it is left: no file it owned, unless it was there before (a shared folder).
   while read -r path; do
     [ -e "$path" ] && ! grep -qxF "$path" before-$round.txt && fail "round $round: $path is left after removal"
