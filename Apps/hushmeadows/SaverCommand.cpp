@@ -223,11 +223,13 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     // becomes the first, or stops being it, starts afresh to take its new
     // role, the new main view before the old one lets go, so that the sound
     // passes from one to the other without a gap or a second stream.
+    // The server's list as last seen: its order says which monitor is first.
+    std::vector<Rect> listed = covered;
     auto followMonitors = [&] {
         std::vector<Rect> now = x.monitors();
-        if (now == covered)
+        if (now == listed)
             return;
-        Log::saver.notice("monitors changed: %ld to %ld", static_cast<long>(covered.size()), static_cast<long>(now.size()));
+        Log::saver.notice("monitors changed: %ld to %ld", static_cast<long>(listed.size()), static_cast<long>(now.size()));
         auto present = [](const std::vector<Rect>& list, const Rect& monitor) {
             return std::find(list.begin(), list.end(), monitor) != list.end();
         };
@@ -239,7 +241,8 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
             view.stopAnimation();
             view.startAnimation();
         };
-        const Rect oldFirst = covered.front();
+        const Rect oldFirst = listed.front();
+        listed = now;
         const Rect& newFirst = now.front();
         // The new main view first: a view for a new monitor, or the view
         // already on the monitor that is now first.
