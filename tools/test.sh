@@ -29,6 +29,8 @@ echo "== address + undefined sanitizers"
 cmake --preset asan -G Ninja
 cmake --build build/asan -j"$jobs"
 run_ctest asan env ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$PWD/tools/lsan.supp ctest --preset asan -j"$jobs" -L "unit|media"
+# Views made and dropped while the saver runs: their lifetimes under the sanitizers.
+run_ctest asan-monitors env ASAN_OPTIONS=detect_leaks=0 ctest --preset asan -R '^e2e\.saver_monitors$'
 
 echo "== the Debian package: release build, cpack, lintian, installed and removed twice"
 # Its own tree without benchmarks: only what the package holds is built.

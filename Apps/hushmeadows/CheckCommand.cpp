@@ -2,10 +2,10 @@
 
 #include "Apps/hushmeadows/CommandOptions.h"
 #include "Apps/hushmeadows/HelpText.h"
-#include "SceneCore/Runtime/PrintableText.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 

@@ -1,7 +1,7 @@
 #include "Apps/hushmeadows/InstallXScreenSaverCommand.h"
 
-#include "Apps/hushmeadows/XScreenSaverPrograms.h"
 #include "Apps/hushmeadows/HelpText.h"
+#include "Apps/hushmeadows/XScreenSaverPrograms.h"
 
 #include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Settings/Environment.h"

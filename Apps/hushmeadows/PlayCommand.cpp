@@ -1,9 +1,9 @@
 #include "Apps/hushmeadows/PlayCommand.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
 #include "Apps/hushmeadows/WorldArgument.h"
-#include "Apps/hushmeadows/HelpText.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
 #include "Platforms/Linux/LinuxPowerEvents.h"

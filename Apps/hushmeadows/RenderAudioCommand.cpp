@@ -2,8 +2,8 @@
 
 #include "Apps/hushmeadows/CommandOptions.h"
 
-#include "Apps/hushmeadows/WorldArgument.h"
 #include "Apps/hushmeadows/HelpText.h"
+#include "Apps/hushmeadows/WorldArgument.h"
 #include "HushmeadowsSaver/SaverAudio.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "SceneCore/Runtime/ImmediateSerialQueue.h"

@@ -1,8 +1,8 @@
 #include "Apps/hushmeadows/SaverCommand.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
-#include "Apps/hushmeadows/HelpText.h"
 #include "Platforms/Linux/DisplayAudioLock.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "Platforms/Linux/FFmpegInput.h"
@@ -268,6 +268,7 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
                 continue;
             std::uint64_t window = screens[i].window;
             screens[i].view->screenSaverWillStop();
+            screens[i].close();
             screens.erase(screens.begin() + static_cast<std::ptrdiff_t>(i));
             covered.erase(covered.begin() + static_cast<std::ptrdiff_t>(i));
             grabLost = grabLost || i == 0;

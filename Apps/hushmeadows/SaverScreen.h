@@ -52,6 +52,9 @@ struct SaverScreen {
     // Size and visibility changes of the window reach its scene view.
     void handleEvent(const SDL_Event& event);
     void setSuspended(Suspension reason, bool suspended);
+    // Everything gone, the view before what it uses, as in destruction; a
+    // move assignment would free the services before the view that holds them.
+    void close();
 
     std::uint64_t window = 0;
     std::unique_ptr<SDLSceneSurface> surface;

@@ -2,9 +2,9 @@
 
 #include "Apps/hushmeadows/CommandOptions.h"
 #include "Apps/hushmeadows/HelpText.h"
-#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Runtime/JsonReader.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Settings/SettingsStore.h"
 
 #include <optional>
