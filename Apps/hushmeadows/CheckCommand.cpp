@@ -1,10 +1,11 @@
 #include "Apps/hushmeadows/CheckCommand.h"
 
 #include "Apps/hushmeadows/CommandOptions.h"
-#include "SceneCore/Runtime/PrintableText.h"
+#include "Apps/hushmeadows/HelpText.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
 #include "Platforms/Linux/FFmpegImageDecoder.h"
 #include "SceneCore/Runtime/Log.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Worlds/WorldLibrary.h"
 #include "SceneCore/Worlds/WorldPackage.h"
 
@@ -19,9 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* usage = "usage: hushmeadows check [--media] PATH...\n"
-                              "  PATH ending in .hushmeadow: check that package; any other folder: check every package in it\n"
-                              "  --media  also decode the start of each package's video, its poster and the first second of its sounds\n";
+constexpr const char* usage = HelpText::check;
 
 void printLine(std::FILE* out, const std::string& folder, const std::string& text)
 {

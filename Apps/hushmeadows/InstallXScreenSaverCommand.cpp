@@ -1,8 +1,11 @@
 #include "Apps/hushmeadows/InstallXScreenSaverCommand.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/XScreenSaverPrograms.h"
 
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Settings/Environment.h"
+#include "SceneCore/Settings/SettingsStore.h"
 
 #include <filesystem>
 #include <fstream>
@@ -14,11 +17,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* usage = "usage: hushmeadows install-xscreensaver [--file PATH]\n"
-                              "  adds the saver to the programs: list of ~/.xscreensaver (or PATH)\n";
+constexpr const char* usage = HelpText::installXscreensaver;
 
 // A preferences file is a few kilobytes; anything far larger is not one.
 constexpr std::uintmax_t maximumFileSize = 4 * 1024 * 1024;
+
+// The hack has no options in XScreenSaver's dialog: say where it is set up.
+void printWhereSettingsLive(std::FILE* out)
+{
+    std::fprintf(out, "the saver's settings live in %s; change them with hushmeadows settings set KEY VALUE (hushmeadows help settings)\n",
+                 printable(SettingsStore::sharedFileURL().string()).c_str());
+}
 
 } // namespace
 
@@ -73,6 +82,7 @@ int runInstallXScreenSaverCommand(const std::vector<std::string>& arguments, std
     std::string updated = withHackListed(text, entry);
     if (updated == text) {
         std::fprintf(out, "%s already lists %s; nothing changed\n", file->c_str(), program.c_str());
+        printWhereSettingsLive(out);
         return 0;
     }
     // Written beside and renamed over, so a running daemon never reads half a file.
@@ -98,6 +108,7 @@ int runInstallXScreenSaverCommand(const std::vector<std::string>& arguments, std
                      program.c_str(), file->c_str());
     else
         std::fprintf(out, "wrote %s: XScreenSaver now runs Hushmeadows (%s saver --root) alone\n", file->c_str(), program.c_str());
+    printWhereSettingsLive(out);
     return 0;
 }
 

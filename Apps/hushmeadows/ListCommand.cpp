@@ -1,6 +1,7 @@
 #include "Apps/hushmeadows/ListCommand.h"
 
 #include "SceneCore/Runtime/PrintableText.h"
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/ProgramPaths.h"
 #include "HushmeadowsSaver/WorldChoice.h"
 #include "SceneCore/Settings/SettingsStore.h"
@@ -27,10 +28,10 @@ int runListCommand(const std::vector<std::string>& arguments, const MediaProbe& 
         if (arguments[i] == "--file" && i + 1 < arguments.size()) {
             file = arguments[++i];
         } else if (arguments[i] == "--help" || arguments[i] == "-h") {
-            std::fputs("usage: hushmeadows list [--file SETTINGS]\n", out);
+            std::fputs(HelpText::list, out);
             return 0;
         } else {
-            std::fputs("usage: hushmeadows list [--file SETTINGS]\n", err);
+            std::fputs(HelpText::list, err);
             return 2;
         }
     }

@@ -1,5 +1,6 @@
 #include "Apps/hushmeadows/PlayCommand.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
 #include "Apps/hushmeadows/WorldArgument.h"
@@ -33,17 +34,7 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr const char* usage =
-    "usage: hushmeadows play [WORLD] [--window WIDTHxHEIGHT] [--window-id ID] [--poster-only]\n"
-    "                        [--framing fill|wholeScene] [--no-pixel-perfect]\n"
-    "  WORLD               a package folder (ending in .hushmeadow) or a world id from the library;\n"
-    "                      by default the world the saver would choose\n"
-    "  --window WxH        a window of that size instead of full screen\n"
-    "  --window-id ID      draw into an existing X window (decimal or 0x hexadecimal)\n"
-    "  --poster-only       show the world's poster instead of its video\n"
-    "  --framing MODE      fill the window, or show the whole scene (overrides the settings)\n"
-    "  --no-pixel-perfect  allow fractional scales for pixel art (overrides the settings)\n"
-    "Runs until the window is closed or destroyed, Escape is pressed, or SIGTERM or SIGINT arrives.\n";
+constexpr const char* usage = HelpText::play;
 
 // How often a foreign window's destruction is looked for, as by the saver.
 constexpr double destructionPollInterval = 0.1;

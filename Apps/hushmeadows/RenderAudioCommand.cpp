@@ -2,6 +2,7 @@
 
 #include "Apps/hushmeadows/CommandOptions.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/WorldArgument.h"
 #include "HushmeadowsSaver/SaverAudio.h"
 #include "Platforms/Linux/FFmpegAudioFile.h"
@@ -18,7 +19,7 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr const char* usage = "usage: hushmeadows render-audio [WORLD] --seconds S --out FILE.wav [--fade-in SECONDS] [--phase day|night]\n";
+constexpr const char* usage = HelpText::renderAudio;
 constexpr double sampleRate = 48000;
 constexpr std::uint32_t framesPerTick = 800; // 1/60 s: one step of the fade timers
 

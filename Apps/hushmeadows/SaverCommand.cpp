@@ -1,5 +1,6 @@
 #include "Apps/hushmeadows/SaverCommand.h"
 
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/SaverScreen.h"
 #include "Apps/hushmeadows/WindowID.h"
 #include "Platforms/Linux/DisplayAudioLock.h"
@@ -18,6 +19,7 @@
 
 #include <SDL.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <expected>
@@ -26,13 +28,7 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr const char* usage =
-    "usage: hushmeadows saver [--root] [--window-id ID]\n"
-    "  (no window)      cover every monitor until a key, a click, a pointer move or SIGTERM\n"
-    "  --root           draw on the window XScreenSaver gives in XSCREENSAVER_WINDOW\n"
-    "                   (without it, the same as no window)\n"
-    "  --window-id ID   draw a preview into that X window, without sound (decimal or 0x hexadecimal)\n"
-    "  -fps, -install, -visual VISUAL   accepted and ignored, as by every XScreenSaver hack\n";
+constexpr const char* usage = HelpText::saver;
 
 // Everything is checked twice a second at most between frames; a tenth of a
 // second keeps a destroyed window or a dead parent from waiting long, and
@@ -139,6 +135,9 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
     X11SaverDisplay& x = **display;
 
     std::vector<std::uint64_t> windows;
+    // The monitors the standalone saver covers, one window and view each, in
+    // the order of its views.
+    std::vector<Rect> covered;
     if (hosted) {
         if (!x.windowFrame(options->window)) {
             std::fprintf(err, "hushmeadows saver: there is no X window 0x%llx on this display\n",
@@ -148,7 +147,8 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         x.watchForDestruction(options->window);
         windows.push_back(options->window);
     } else {
-        for (const Rect& monitor : x.monitors())
+        covered = x.monitors();
+        for (const Rect& monitor : covered)
             windows.push_back(x.createCoveringWindow(monitor));
         if (!x.grabInput(windows.front()))
             Log::saver.error("keyboard or pointer could not be grabbed: only SIGTERM and input the windows see end the saver");
@@ -193,17 +193,16 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         options->mode == Mode::preview, false,
     };
 
-    screens.reserve(windows.size());
-    for (std::uint64_t window : windows) {
+    // A view on one window, not yet started; none (said on stderr) when SDL
+    // cannot draw there.
+    auto openScreen = [&](std::uint64_t window) -> SaverScreen* {
         SDLSceneSurface::WindowOptions windowOptions;
         windowOptions.foreignWindow = window;
         auto surface = SDLSceneSurface::openWindow(windowOptions);
         if (!surface) {
             std::fprintf(err, "hushmeadows saver: cannot draw into window 0x%llx: %s\n", static_cast<unsigned long long>(window),
                          surface.error().c_str());
-            // The views made so far go before the sound and monitor they use.
-            screens.clear();
-            return 1;
+            return nullptr;
         }
         SaverScreen& screen = screens.emplace_back(SaverScreen::open(shared, window, std::move(*surface)));
         HushmeadowsScreenSaverView& view = *screen.view;
@@ -215,7 +214,77 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
         });
         if (!view.world())
             std::fprintf(err, "hushmeadows saver: no world found; showing black\n");
+        return &screen;
+    };
+
+    screens.reserve(windows.size());
+    for (std::uint64_t window : windows) {
+        if (!openScreen(window)) {
+            // The views made so far go before the sound and monitor they use.
+            screens.clear();
+            return 1;
+        }
     }
+
+    // The standalone saver covers the monitors as they come and go: one
+    // added gets a view, one removed loses its view. A view whose monitor
+    // becomes the first, or stops being it, starts afresh to take its new
+    // role, the new main view before the old one lets go, so that the sound
+    // passes from one to the other without a gap or a second stream.
+    // The server's list as last seen: its order says which monitor is first.
+    std::vector<Rect> listed = covered;
+    auto followMonitors = [&] {
+        std::vector<Rect> now = x.monitors();
+        if (now == listed)
+            return;
+        Log::saver.notice("monitors changed: %ld to %ld", static_cast<long>(listed.size()), static_cast<long>(now.size()));
+        auto present = [](const std::vector<Rect>& list, const Rect& monitor) {
+            return std::find(list.begin(), list.end(), monitor) != list.end();
+        };
+        auto restart = [&](const Rect& monitor) {
+            auto it = std::find(covered.begin(), covered.end(), monitor);
+            if (it == covered.end())
+                return;
+            HushmeadowsScreenSaverView& view = *screens[static_cast<std::size_t>(it - covered.begin())].view;
+            view.stopAnimation();
+            view.startAnimation();
+        };
+        const Rect oldFirst = listed.front();
+        listed = now;
+        const Rect& newFirst = now.front();
+        // The new main view first: a view for a new monitor, or the view
+        // already on the monitor that is now first.
+        if (oldFirst != newFirst)
+            restart(newFirst);
+        for (const Rect& monitor : now) {
+            if (present(covered, monitor))
+                continue;
+            std::uint64_t window = x.createCoveringWindow(monitor);
+            SaverScreen* screen = openScreen(window);
+            if (!screen) {
+                x.destroyCoveringWindow(window);
+                continue;
+            }
+            covered.push_back(monitor);
+            screen->view->startAnimation();
+        }
+        if (oldFirst != newFirst && present(now, oldFirst))
+            restart(oldFirst);
+        bool grabLost = false;
+        for (std::size_t i = screens.size(); i-- > 0;) {
+            if (present(now, covered[i]))
+                continue;
+            std::uint64_t window = screens[i].window;
+            screens[i].view->screenSaverWillStop();
+            screens[i].close();
+            screens.erase(screens.begin() + static_cast<std::ptrdiff_t>(i));
+            covered.erase(covered.begin() + static_cast<std::ptrdiff_t>(i));
+            grabLost = grabLost || i == 0;
+            x.destroyCoveringWindow(window);
+        }
+        if (grabLost && !screens.empty() && !x.grabInput(screens.front().window))
+            Log::saver.error("keyboard or pointer could not be grabbed again: only SIGTERM and input the windows see end the saver");
+    };
 
     loop.setEventHandler([&](const SDL_Event& event) {
         for (auto& screen : screens)
@@ -246,6 +315,8 @@ int runSaverCommand(const std::vector<std::string>& arguments, const MediaProbe&
             stopAll("the program that started it exited");
         } else {
             followDaemon();
+            if (!hosted)
+                followMonitors();
         }
     });
 

@@ -79,6 +79,14 @@ void SaverScreen::setSuspended(Suspension reason, bool suspended)
         scene->setSuspended(reason, suspended);
 }
 
+void SaverScreen::close()
+{
+    view.reset();
+    services.reset();
+    host.reset();
+    surface.reset();
+}
+
 } // namespace hushmeadows
 
 namespace hushmeadows {

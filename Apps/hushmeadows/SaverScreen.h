@@ -55,6 +55,9 @@ struct SaverScreen {
     // Logs how late the video's frames came over the whole run (the
     // benchmark reads it); call before the view stops.
     void logFrameLateness() const;
+    // Everything gone, the view before what it uses, as in destruction; a
+    // move assignment would free the services before the view that holds them.
+    void close();
 
     std::uint64_t window = 0;
     std::unique_ptr<SDLSceneSurface> surface;

@@ -1,9 +1,10 @@
 #include "Apps/hushmeadows/SettingsCommand.h"
 
 #include "Apps/hushmeadows/CommandOptions.h"
-#include "SceneCore/Runtime/PrintableText.h"
+#include "Apps/hushmeadows/HelpText.h"
 #include "SceneCore/Runtime/DecodingError.h"
 #include "SceneCore/Runtime/JsonReader.h"
+#include "SceneCore/Runtime/PrintableText.h"
 #include "SceneCore/Settings/SettingsStore.h"
 
 #include <optional>
@@ -12,8 +13,7 @@ namespace hushmeadows {
 
 namespace {
 
-constexpr const char* usage = "usage: hushmeadows settings [--file PATH]\n"
-                              "       hushmeadows settings set KEY VALUE [--file PATH]\n";
+constexpr const char* usage = HelpText::settings;
 
 // What a key accepts, in words, judged from its enumeration names or from
 // the kind of value it holds now.

@@ -1,4 +1,5 @@
 #include "Apps/hushmeadows/CheckCommand.h"
+#include "Apps/hushmeadows/HelpText.h"
 #include "Apps/hushmeadows/InstallXScreenSaverCommand.h"
 #include "Apps/hushmeadows/ListCommand.h"
 #include "Apps/hushmeadows/PlayCommand.h"
@@ -21,19 +22,7 @@ extern "C" {
 
 namespace {
 
-constexpr const char* usage = "usage: hushmeadows COMMAND [ARGUMENTS]\n"
-                              "commands:\n"
-                              "  check [--media] PATH...        check world packages as the saver would load them\n"
-                              "  list [--file SETTINGS]         the worlds the saver finds, the chosen one marked\n"
-                              "  play [WORLD] [OPTIONS]         show a world in a window (play --help for the options)\n"
-                              "  saver [--root] [--window-id ID] the screen saver: an XScreenSaver hack, or every monitor\n"
-                              "  install-xscreensaver [--file PATH]  list the saver in ~/.xscreensaver\n"
-                              "  render-audio [WORLD] --seconds S --out FILE.wav [--fade-in S] [--phase day|night]\n"
-                              "                                 the world's sound rendered offline\n"
-                              "  settings [--file PATH]         the effective settings\n"
-                              "  settings set KEY VALUE [--file PATH]\n"
-                              "  help [COMMAND]                 this text, or a command's own\n"
-                              "  --version                      the program's version\n";
+constexpr const char* usage = hushmeadows::HelpText::program;
 
 } // namespace
 

@@ -118,6 +118,16 @@ std::uint64_t X11SaverDisplay::createCoveringWindow(const Rect& frame)
     return window;
 }
 
+void X11SaverDisplay::destroyCoveringWindow(std::uint64_t window)
+{
+    auto it = std::find(created_.begin(), created_.end(), window);
+    if (it == created_.end())
+        return;
+    created_.erase(it);
+    XDestroyWindow(xdisplay(display_), window);
+    XSync(xdisplay(display_), False);
+}
+
 bool X11SaverDisplay::grabInput(std::uint64_t window)
 {
     Display* display = xdisplay(display_);

@@ -13,7 +13,7 @@ namespace hushmeadows {
 
 // The X server as the saver sees it, over a connection of its own:
 // - implements: window geometry in root coordinates (top-left origin), the
-//   monitors in RandR's order, DestroyNotify of a watched window, covering
+//   monitors in RandR's order (asked afresh at every call), DestroyNotify of a watched window, covering
 //   windows with the keyboard and pointer grabbed (standalone saver), input
 //   idle time (MIT-SCREEN-SAVER), and the XScreenSaver daemon's state
 //   (the root window's _SCREENSAVER_STATUS);
@@ -44,6 +44,8 @@ public:
 
     // A black, undecorated window over frame, shown and raised.
     std::uint64_t createCoveringWindow(const Rect& frame);
+    // A covering window whose monitor went away; the grab goes with it.
+    void destroyCoveringWindow(std::uint64_t window);
     // Keyboard and pointer to window, so that any input ends the saver.
     bool grabInput(std::uint64_t window);
 

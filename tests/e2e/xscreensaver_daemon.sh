@@ -82,7 +82,10 @@ recorded() { # from bytes
 printf '%s\n' 'timeout: 0:30:00' 'lock: False' 'fade: False' 'unfade: False' 'splash: False' 'mode: one' 'selected: 1' \
   'programs: \' '  maze -root \n\' '' > home/.xscreensaver
 chown nobody:nogroup home/.xscreensaver; cp home/.xscreensaver before
-as_user "$work/app/hushmeadows" install-xscreensaver | grep -q '^added Hushmeadows' || fail "install-xscreensaver did not add the hack"
+as_user "$work/app/hushmeadows" install-xscreensaver > installed.txt
+grep -q '^added Hushmeadows' installed.txt || fail "install-xscreensaver did not add the hack"
+# The hack has no options in the daemon's dialog: the command says where it is set up.
+grep -qF "settings live in $work/home/config/hushmeadows/Settings.json" installed.txt || fail "install-xscreensaver does not say where the settings live"
 as_user "$work/app/hushmeadows" install-xscreensaver | grep -q 'nothing changed' || fail "install-xscreensaver is not idempotent"
 [ "$(diff before home/.xscreensaver | grep -c '^[<>]')" = 1 ] || fail "install-xscreensaver changed more than one line"
 as_user "$work/app/hushmeadows" settings set screenSaverAudioEnabled true > /dev/null

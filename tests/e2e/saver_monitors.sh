@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# The standalone saver follows monitors that come and go (RandR monitors set
+# and deleted on Xvfb while it runs): a monitor added gets its view in the
+# right role, one removed loses its view, and when the main monitor goes the
+# next one takes over the picture and the sound, never with a second stream
+# on the PulseAudio null sink.
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
+
+export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
+export XDG_RUNTIME_DIR=$work/run
+mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
+fail() { echo "FAIL: $*" >&2; tail -30 "$work/saver.log" >&2 || true; exit 1; }
+
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  pulseaudio --kill 2>/dev/null || true
+}
+trap cleanup EXIT
+
+first_monitor() { xrandr --listmonitors | sed -n 's/^ 0: [+*]*\([a-z]*\) .*/\1/p'; }
+. "$here/../../tools/xvfb.sh"
+start_xvfb 130 149 1920x360 || fail "no free display"
+pids+=("$xvfb_pid")
+# The server's output stays with the middle monitor: a monitor removed
+# while it held the output would come back as a whole-screen one.
+xrandr --setmonitor left 640/169x360/95+0+0 none > /dev/null
+xrandr --setmonitor middle 640/169x360/95+640+0 screen > /dev/null
+[ "$(first_monitor)" = left ] || fail "Xvfb lists $(first_monitor) first"
+
+pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
+  --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 \
+  || { cat pulse.log; fail "pulseaudio did not start"; }
+for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
+pactl set-default-sink ci_null
+"$program" settings set screenSaverAudioEnabled true > /dev/null
+
+# Regions of the screen: 0 is black (a dark view's window; the bare root of
+# Xvfb is a grey weave, never black).
+region_of() { case $1 in left) echo 640x360+0+0 ;; middle) echo 640x360+640+0 ;; right) echo 640x360+1280+0 ;; esac; }
+brightest() { xwd -root -silent | convert xwd:- -crop "$(region_of "$1")" +repage -format '%[max]' info:; }
+# The picture comes within 30 s on a loaded machine; a dark view stays black.
+shows() { for _ in $(seq 120); do [ "$(brightest "$1")" != 0 ] && return 0; sleep 0.25; done; return 1; }
+dark() { for _ in $(seq 120); do [ "$(brightest "$1")" = 0 ] && return 0; sleep 0.25; done; return 1; }
+sinks() { pactl list short sink-inputs | wc -l; }
+log_has() { # count pattern: waits until the log holds at least count lines matching
+  for _ in $(seq 300); do [ "$(grep -c "$2" saver.log)" -ge "$1" ] && return 0; sleep 0.1; done; return 1
+}
+
+SDL_AUDIODRIVER=pulseaudio "$program" saver > saver.log 2>&1 &
+saver=$!
+pids+=($saver)
+log_has 1 'Sound started' || fail "no sound started"
+shows left || fail "the main monitor shows nothing"
+dark middle || fail "the second monitor is not dark"
+
+# Every sound stream the sink ever carries, sampled while monitors change.
+( while kill -0 "$saver" 2> /dev/null; do sinks; sleep 0.05; done ) > streams.txt &
+sampler=$!
+pids+=($sampler)
+
+# The main monitor goes: its view goes, the other one shows the world and
+# plays its sound.
+xrandr --delmonitor left > /dev/null
+log_has 1 'monitors changed: 2 to 1' || fail "the saver did not see the monitor go"
+shows middle || fail "the remaining monitor did not take the picture over"
+log_has 2 'role=display' || fail "no view took the main role"
+for _ in $(seq 100); do [ "$(sinks)" = 1 ] && break; sleep 0.1; done
+[ "$(sinks)" = 1 ] || fail "$(sinks) sound streams after the main monitor went, expected 1"
+
+# A monitor comes back: it gets a view, in the role its place gives it.
+xrandr --setmonitor left 640/169x360/95+0+0 none > /dev/null
+log_has 1 'monitors changed: 1 to 2' || fail "the saver did not see the monitor come"
+main=$(first_monitor)
+other=left; [ "$main" = left ] && other=middle
+shows "$main" || fail "the main monitor ($main) shows nothing"
+dark "$other" || fail "the other monitor ($other) is not dark"
+
+# With every monitor showing the world, a new one shows it too, and still
+# one stream plays.
+"$program" settings set screenSaverAllDisplays true > /dev/null
+xrandr --setmonitor right 640/169x360/95+1280+0 none > /dev/null
+log_has 1 'monitors changed: 2 to 3' || fail "the saver did not see the third monitor"
+shows right || fail "the monitor added with all displays on shows nothing"
+[ "$(sinks)" = 1 ] || fail "$(sinks) sound streams with three monitors, expected 1"
+
+kill -TERM "$saver"
+wait "$saver" || fail "the saver exited with $?"
+wait "$sampler" 2> /dev/null || true
+# The sound passed from view to view: it never stopped before SIGTERM.
+if sed '/stopping: SIGTERM/q' saver.log | grep -q 'Sound stopped'; then fail "the sound stopped while monitors changed"; fi
+most=$(sort -n streams.txt | tail -1)
+[ "${most:-0}" -le 1 ] || fail "the sink carried $most streams at once while monitors changed"
+[ "$(grep -c . streams.txt)" -gt 10 ] || fail "the stream sampler took only $(grep -c . streams.txt) samples"
+echo "monitors: followed a removal, a return and an addition; at most $most stream at once over $(grep -c . streams.txt) samples"
