@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-19 libc++-19-dev libc++abi-19-dev
   xvfb x11-utils x11-apps x11-xserver-utils imagemagick sox pulseaudio pulseaudio-utils dbus-daemon dbus-bin bc python3
-  xscreensaver util-linux
+  xscreensaver util-linux stress-ng
   zsh fish man-db groff-base bsdextrautils lintian desktop-file-utils appstream dpkg-dev
 )
 missing=()

@@ -30,13 +30,14 @@ pactl set-default-sink ci_null
 
 "$program" settings set screenSaverAudioEnabled true > /dev/null
 
-# The recorder is connected before the saver starts: a null sink that nobody
-# records runs in long blocks, and the first seconds of the sound would come late.
+# The recorder runs before the saver starts, or the sound's first seconds are
+# not in the recording and its timeline says nothing about the fade.
 parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
 recorder=$!
 pids+=($recorder)
-for _ in $(seq 100); do [ -n "$(pactl list short source-outputs)" ] && break; sleep 0.05; done
-[ -n "$(pactl list short source-outputs)" ] || fail "the recorder did not connect"
+# It runs once the sink's silence reaches the file (being listed is not enough).
+for _ in $(seq 200); do [ "$(stat -c %s rec.raw)" -ge 38400 ] && break; sleep 0.05; done
+[ "$(stat -c %s rec.raw)" -ge 38400 ] || fail "the recorder records nothing"
 play_start=$(date +%s.%N)
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!

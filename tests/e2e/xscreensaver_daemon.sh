@@ -103,9 +103,10 @@ activate() {
 #    the sound once; deactivation ends both hacks and the sound.
 parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
 recorder=$!; pids+=($recorder)
-# The recorder is connected before anything plays: a null sink nobody records runs in long blocks.
-for _ in $(seq 100); do [ -n "$(pactl list short source-outputs)" ] && break; sleep 0.05; done
-[ -n "$(pactl list short source-outputs)" ] || fail "the recorder did not connect"
+# The recorder runs before anything plays: once the sink's silence reaches
+# the file (being listed is not enough).
+for _ in $(seq 200); do [ "$(stat -c %s rec.raw)" -ge 38400 ] && break; sleep 0.05; done
+[ "$(stat -c %s rec.raw)" -ge 38400 ] || fail "the recorder records nothing"
 from=$(($(lines daemon.log) + 1))
 activate
 shows 960x1080+0+0 || fail "the first monitor shows nothing"
