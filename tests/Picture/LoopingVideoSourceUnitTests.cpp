@@ -78,29 +78,6 @@ TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyPauseHoldsAnd
     EXPECT_EQ(files.openNow, 0);
 }
 
-// A file that goes bad while playing is dropped and named once; when none is
-// left the source fails, stops and closes every file.
-TEST_F(LoopingVideoSourceTest, FilesThatGoBadWhilePlayingAreDroppedAndTheSourceFailsWhenNoneIsLeft)
-{
-    files.frames = {{"a.mp4", 2}, {"b.mp4", 3}};
-    make({"a.mp4", "b.mp4"});
-    source->play();
-    for (int i = 0; i < 10; ++i)
-        ASSERT_TRUE(step()) << "step " << i;
-    files.broken.insert("b.mp4"); // overwritten: it opens, nothing decodes
-    for (int i = 0; i < 30; ++i)
-        ASSERT_TRUE(step()) << "the picture froze at step " << i;
-    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in b.mp4"));
-
-    files.broken.insert("a.mp4");
-    for (int i = 0; i < 10 && !source->didFail(); ++i)
-        step();
-    EXPECT_TRUE(source->didFail());
-    EXPECT_FALSE(source->isPlaying());
-    EXPECT_EQ(step(), std::nullopt);
-    EXPECT_EQ(files.openNow, 0);
-}
-
 // A one-frame clip loops on one open file and is named once, not per pass.
 TEST_F(LoopingVideoSourceTest, AOneFrameClipShowsItsFrameFromOneOpenAndOneLogLine)
 {
@@ -131,7 +108,7 @@ TEST_F(LoopingVideoSourceTest, FramesAheadAreBoundedByCountAndBytes)
     }
 }
 
-TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndABoundedQueue)
+TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndDropsFilesThatGoBadUntilNoneIsLeft)
 {
     files.frames = {{"a.mp4", 2}, {"b.mp4", 3}, {"c.mp4", 1}};
     make({"a.mp4", "b.mp4", "c.mp4"});
@@ -155,6 +132,21 @@ TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndABoundedQ
         EXPECT_NE(items[i], items[i - 1]) << "item " << i;
     EXPECT_EQ(source->loopCount(), static_cast<long>(items.size()) - 1);
     EXPECT_LE(files.mostOpen, 1);
+
+    // A file that goes bad is dropped and named once and the rest play on;
+    // when none is left the source fails, stops and closes every file.
+    files.broken.insert("b.mp4"); // overwritten: it opens, nothing decodes
+    for (int i = 0; i < 30; ++i)
+        ASSERT_TRUE(step()) << "the picture froze at step " << i;
+    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in b.mp4"));
+    files.broken.insert("a.mp4");
+    files.broken.insert("c.mp4");
+    for (int i = 0; i < 10 && !source->didFail(); ++i)
+        step();
+    EXPECT_TRUE(source->didFail());
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_EQ(step(), std::nullopt);
+    EXPECT_EQ(files.openNow, 0);
 }
 
 } // namespace
