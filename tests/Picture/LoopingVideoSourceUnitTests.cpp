@@ -7,8 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
-
 namespace hushmeadows {
 namespace {
 
@@ -80,79 +78,6 @@ TEST_F(LoopingVideoSourceTest, PlayBeforePreparationStartsOnceReadyPauseHoldsAnd
     EXPECT_EQ(files.openNow, 0);
 }
 
-// One good file among bad ones loops; with none playable the source fails
-// and nothing ever comes. Either way each bad file is named once.
-TEST_F(LoopingVideoSourceTest, EveryUnplayableFileIsNamedOnceAndTheRestLoopsOrItFails)
-{
-    files.frames = {{"a.mp4", 3}, {"empty.mp4", 0}};
-    using Files = std::vector<std::filesystem::path>;
-    for (bool anyGood : {true, false}) {
-        log.clear();
-        make(anyGood ? Files{"gone.mp4", "a.mp4", "empty.mp4"} : Files{"gone.mp4", "empty.mp4"});
-        source->play();
-        for (int i = 0; i < 7; ++i)
-            EXPECT_EQ(step(), anyGood ? std::optional(Shown(0, i % 3)) : std::nullopt) << "frame time " << i;
-        EXPECT_EQ(source->didFail(), !anyGood);
-        EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in gone.mp4", "No playable video in empty.mp4"));
-        // A file stating no length is judged as the media check judges it.
-        EXPECT_THAT(lines("empty.mp4 cannot"), ElementsAre("empty.mp4 cannot be played: zero duration"));
-    }
-}
-
-// Files that go bad while playing are dropped one by one, each named once,
-// and the rest play on without a gap: a playlist, then one file looping, then
-// nothing, when the source fails and lets its frames go.
-TEST_F(LoopingVideoSourceTest, FilesThatGoBadWhilePlayingAreDroppedAndTheRestPlayOnUntilNoneIsLeft)
-{
-    files.frames = {{"a.mp4", 2}, {"b.mp4", 3}, {"c.mp4", 1}};
-    make({"a.mp4", "b.mp4", "c.mp4"});
-    source->play();
-    auto play = [&](int steps) {
-        std::vector<Shown> shown;
-        for (int i = 0; i < steps; ++i) {
-            auto frame = step();
-            EXPECT_TRUE(frame) << "the picture froze at step " << i;
-            if (frame)
-                shown.push_back(*frame);
-            EXPECT_LE(source->queuedItemCount(), LoopingVideoSource::maxQueuedItems);
-        }
-        return shown;
-    };
-    auto files_in = [](const std::vector<Shown>& shown) {
-        std::set<int> numbers;
-        for (auto [file, frame] : shown)
-            numbers.insert(file);
-        return numbers;
-    };
-    ASSERT_EQ(files_in(play(40)), (std::set<int>{0, 1, 2}));
-
-    files.broken.insert("b.mp4"); // overwritten: it opens, nothing decodes
-    play(20);
-    auto later = play(40);
-    EXPECT_EQ(files_in(later), (std::set<int>{0, 2}));
-    for (std::size_t i = 1; i < later.size(); ++i)
-        if (later[i].second == 0) {
-            EXPECT_NE(later[i].first, later[i - 1].first) << "an item followed itself at " << i;
-        }
-
-    files.gone.insert("c.mp4"); // deleted
-    play(20);
-    const int opens = files.opens;
-    auto looping = play(40);
-    EXPECT_EQ(files_in(looping), (std::set<int>{0}));
-    EXPECT_EQ(files.opens, opens) << "a looping file is rewound, not opened again";
-    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in b.mp4", "No playable video in c.mp4"));
-
-    files.broken.insert("a.mp4");
-    for (int i = 0; i < 10 && !source->didFail(); ++i)
-        step();
-    EXPECT_TRUE(source->didFail());
-    EXPECT_FALSE(source->isPlaying());
-    EXPECT_EQ(step(), std::nullopt);
-    EXPECT_EQ(lines("No playable").size(), 3u);
-    EXPECT_EQ(files.openNow, 0);
-}
-
 // A one-frame clip loops on one open file and is named once, not per pass.
 TEST_F(LoopingVideoSourceTest, AOneFrameClipShowsItsFrameFromOneOpenAndOneLogLine)
 {
@@ -183,7 +108,7 @@ TEST_F(LoopingVideoSourceTest, FramesAheadAreBoundedByCountAndBytes)
     }
 }
 
-TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndABoundedQueue)
+TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndDropsFilesThatGoBadUntilNoneIsLeft)
 {
     files.frames = {{"a.mp4", 2}, {"b.mp4", 3}, {"c.mp4", 1}};
     make({"a.mp4", "b.mp4", "c.mp4"});
@@ -207,6 +132,21 @@ TEST_F(LoopingVideoSourceTest, PlaylistPlaysWholeItemsWithoutRepeatsAndABoundedQ
         EXPECT_NE(items[i], items[i - 1]) << "item " << i;
     EXPECT_EQ(source->loopCount(), static_cast<long>(items.size()) - 1);
     EXPECT_LE(files.mostOpen, 1);
+
+    // A file that goes bad is dropped and named once and the rest play on;
+    // when none is left the source fails, stops and closes every file.
+    files.broken.insert("b.mp4"); // overwritten: it opens, nothing decodes
+    for (int i = 0; i < 30; ++i)
+        ASSERT_TRUE(step()) << "the picture froze at step " << i;
+    EXPECT_THAT(lines("No playable"), ElementsAre("No playable video in b.mp4"));
+    files.broken.insert("a.mp4");
+    files.broken.insert("c.mp4");
+    for (int i = 0; i < 10 && !source->didFail(); ++i)
+        step();
+    EXPECT_TRUE(source->didFail());
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_EQ(step(), std::nullopt);
+    EXPECT_EQ(files.openNow, 0);
 }
 
 } // namespace

@@ -26,13 +26,12 @@ float smoothstep(double t) { return static_cast<float>(t * t * (3 - 2 * t)); }
 // The angle of the equal-power law at a crossfade's progress.
 float crossfadeAngle(double progress) { return smoothstep(progress) * (std::numbers::pi_v<float> / 2); }
 
-bool contains(const std::vector<std::string>& lines, std::string_view text)
-{
-    return std::ranges::any_of(lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
-}
-
 class AmbientAudioEngineTest : public ::testing::Test {
 protected:
+    long logged(std::string_view text) const
+    {
+        return std::ranges::count_if(logs.lines("audio"), [&](const std::string& line) { return line.find(text) != std::string::npos; });
+    }
     fs::path constant(const std::string& name, float left, float right) { return testing::writeConstant(dir / name, left, right); }
     // A ramp on the left channel, (i + 1) / frames at frame i: every frame tells where it is.
     fs::path ramp(const std::string& name, std::int64_t frames)
@@ -105,7 +104,7 @@ TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndComeBackFadingInW
     engine->setMusicVolume(0.5f);
     engine->setAmbienceVolume(0.25f);
     startAndLoad(testing::soundWorld(dir.path(), "meadow", "music.wav", "ambience.wav"), dir / "music.wav", 1.0);
-    EXPECT_TRUE(contains(logs.lines("audio"), "Sound started: meadow"));
+    EXPECT_TRUE(logged("Sound started: meadow"));
     auto music = [](std::size_t j) { return static_cast<float>(j % 1000 + 1) / 1000.0f * 0.5f; };
     auto ambience = [](std::size_t j) { return -static_cast<float>(j % 700 + 1) / 700.0f * 0.25f; };
     auto expectLooping = [&](std::size_t frames) {
@@ -120,16 +119,12 @@ TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndComeBackFadingInW
 
     output.changed(); // the device went away and another one is there
     sound.loop.runPending();
-    EXPECT_TRUE(contains(logs.lines("audio"), "Audio configuration changed; restarting engine"));
+    EXPECT_TRUE(logged("Audio configuration changed; restarting engine"));
     sound.loop.advance(1.1);
     expectLooping(1200);
 
     output.refusal = "Could not connect to the sound server";
-    auto failures = [&] {
-        return std::ranges::count_if(logs.lines("audio"), [](const std::string& line) {
-            return line.find("Audio engine restart failed: ") != std::string::npos || line.find("Audio engine failed to start: ") != std::string::npos;
-        });
-    };
+    auto failures = [&] { return logged("Audio engine restart failed: ") + logged("Audio engine failed to start: "); };
     output.changed();
     sound.loop.runPending();
     EXPECT_EQ(std::pair(output.attempts, failures()), std::pair(3, 1L)) << "one attempt at once";
@@ -149,7 +144,7 @@ TEST_F(AmbientAudioEngineTest, BufferedLayersLoopWithoutAGapAndComeBackFadingInW
     // master gain rising from 0 along smoothstep, and nothing is heard twice.
     output.refusal.reset();
     sound.loop.advance(due + 10.0 + 0.01 - sound.loop.mediaTime());
-    EXPECT_TRUE(contains(logs.lines("audio"), "Audio output back after 8 failed attempts"));
+    EXPECT_TRUE(logged("Audio output back after 8 failed attempts"));
     EXPECT_FALSE(engine->isWaitingForOutput());
     std::vector<float> gains;
     for (int k = 0; k < 61; ++k) {
@@ -178,7 +173,7 @@ TEST_F(AmbientAudioEngineTest, AStopEndsTheWaitForALostOutputAtOnceAndNothingIsT
     auto world = testing::soundWorld(dir.path(), "meadow", "music.wav", std::nullopt);
     output.refusal = "no device";
     startAndLoad(world, world.musicURL(), 0.5);
-    EXPECT_TRUE(contains(logs.lines("audio"), "Audio engine failed to start: no device"));
+    EXPECT_TRUE(logged("Audio engine failed to start: no device"));
     EXPECT_EQ(std::pair(engine->state(), engine->isWaitingForOutput()), std::pair(State::idle, true));
     startAndLoad(world, other, 0.5);
     output.refusal.reset();
@@ -277,7 +272,7 @@ TEST_F(AmbientAudioEngineTest, MusicCrossfadesAreEqualPowerAndASecondSwitchCarri
     EXPECT_EQ(engine.requestedMusicURL(), b);
     sound.loop.runPending();
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), engines);
-    EXPECT_TRUE(contains(logs.lines("audio"), "Music switched to b.wav from frame 0 over 2.0 s"));
+    EXPECT_TRUE(logged("Music switched to b.wav from frame 0 over 2.0 s"));
     const float level = 0.5f * 0.8f;
     StereoSignal crossfade;
     for (int k = 0; k <= 120; ++k) {
@@ -286,7 +281,6 @@ TEST_F(AmbientAudioEngineTest, MusicCrossfadesAreEqualPowerAndASecondSwitchCarri
         float x = crossfadeAngle(k / 120.0);
         ASSERT_NEAR(block.left.back(), level * std::cos(x), 1e-6) << "step " << k;
         ASSERT_NEAR(block.right.back(), level * std::sin(x), 1e-6) << "step " << k;
-        EXPECT_TRUE(k != 60 || std::abs(block.right.back() - level * 0.70710678) < 1e-6) << "0.707 at the middle";
     }
     EXPECT_EQ(sound.render(engine).left.back(), 0.0f);
     // Each player's gain moves a little every sample: cos and sin of π/2 × smoothstep are at most 3π/4 steep.
@@ -321,7 +315,7 @@ TEST_F(AmbientAudioEngineTest, AWorldWithoutPlayableAudioStaysIdleAndOneBrokenLa
     EXPECT_EQ(engine.state(), State::idle);
     EXPECT_EQ(AmbientAudioEngine::activeEngineCount(), enginesBefore);
     for (const char* line : {"Could not open broken.wav: ", "Could not read absent.wav: ", "World has no playable audio"})
-        EXPECT_TRUE(contains(logs.lines("audio"), line)) << line;
+        EXPECT_TRUE(logged(line)) << line;
 
     auto half = testing::soundWorld(dir.path(), "half", "broken.wav", "ambience.wav");
     startAndLoad(half, half.musicURL(), 0);
@@ -352,7 +346,7 @@ TEST_F(AmbientAudioEngineTest, SilenceNowStepsDownWhileBlockingAndStopImmediatel
     engine.stopImmediately();
     EXPECT_TRUE(sound.renderSteps(engine, 240).isSilent()); // the fade-in's timer is gone too
     EXPECT_EQ(sound.loop.pendingCount(), 0u);
-    EXPECT_TRUE(contains(logs.lines("audio"), "Sound stopped"));
+    EXPECT_TRUE(logged("Sound stopped"));
 }
 
 // A new ambience decodes while the old one plays on; a later version of the
@@ -380,7 +374,7 @@ TEST_F(AmbientAudioEngineTest, AmbienceDecodesInTheBackgroundAndAdoptingAVersion
     EXPECT_EQ(waited, true);
     StereoSignal switched = sound.renderSteps(engine, 182);
     EXPECT_EQ(std::pair(switched.left.back(), switched.right.back()), std::pair(0.0f, 0.5f));
-    EXPECT_TRUE(contains(logs.lines("audio"), "Ambience switched to b.wav over 3.0 s"));
+    EXPECT_TRUE(logged("Ambience switched to b.wav over 3.0 s"));
 
     int engines = AmbientAudioEngine::activeEngineCount();
     engine.adopt(testing::soundWorld(dir.path(), "meadow", "music.wav", "a.wav"));
@@ -420,7 +414,7 @@ TEST_F(AmbientAudioEngineTest, MusicBeginsAtTheNextEntryPointAndOnlyTheLatestSwi
     EXPECT_EQ(engine.musicURL(), music);
     decodeAndApply();
     EXPECT_EQ(engine.musicURL(), c);
-    EXPECT_FALSE(contains(logs.lines("audio"), "Music switched to b.wav"));
+    EXPECT_FALSE(logged("Music switched to b.wav"));
 }
 
 TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
@@ -432,7 +426,7 @@ TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
     engine.setMusicVolume(1);
     auto world = testing::soundWorld(dir.path(), "meadow", "own.wav", std::nullopt);
     startAndLoad(world, studio, 0);
-    ASSERT_TRUE(contains(logs.lines("audio"), "Sound started: meadow (music streamed)"));
+    ASSERT_TRUE(logged("Sound started: meadow (music streamed)"));
     EXPECT_NEAR(sound.renderSteps(engine, 30).left.back(), 0.1f, 1e-4);
 
     // The file loses everything past its first 20 s while it plays.
@@ -443,7 +437,7 @@ TEST_F(AmbientAudioEngineTest, ABrokenStreamFallsBackToTheWorldsOwnMusic)
     ASSERT_EQ(engine.musicURL(), world.musicURL());
     for (const char* line : {"Streaming studio.wav: short read at frame 960000", "Streamed music failed; falling back to the world's own music",
                              "Music switched to own.wav from frame 0 over 2.0 s"})
-        EXPECT_TRUE(contains(logs.lines("audio"), line)) << line;
+        EXPECT_TRUE(logged(line)) << line;
     sound.renderSteps(engine, 121);
     EXPECT_FLOAT_EQ(sound.render(engine).left.back(), 0.3f);
 }
@@ -468,7 +462,7 @@ TEST_F(AmbientAudioEngineTest, WholeDecodingGrowsOnlyWithWhatDecodesUpToItsLimit
     engine.start(testing::soundWorld(dir.path(), "long", std::nullopt, "long.wav"), 0);
     decodeAndApply();
     EXPECT_EQ(engine.state(), State::idle);
-    EXPECT_TRUE(contains(logs.lines("audio"), "Could not read long.wav: the sound is too long to hold whole"));
+    EXPECT_TRUE(logged("Could not read long.wav: the sound is too long to hold whole"));
 
     length = 48'000;
     shared->claimedLength = 3'000'000'000;

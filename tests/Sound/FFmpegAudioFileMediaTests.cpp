@@ -128,19 +128,5 @@ TYPED_TEST(AudioFileContract, ReadsItsLengthExactlyAndFromAnyFrameAsReadingThrou
     EXPECT_EQ(file->framePosition(), length);
 }
 
-// Texts of refusals are tested with the media probe's, which they share.
-TEST(FFmpegAudioFile, AFileThatLosesItsEndWhilePlayingReadsShortThenFailsCleanly)
-{
-    kit::TempDir dir;
-    kit::copyFile(kit::audio({.seconds = 2, .container = "wav"}), dir / "cut.wav");
-    auto file = openOrFail(dir / "cut.wav");
-    ASSERT_TRUE(file);
-    fs::resize_file(dir / "cut.wav", fs::file_size(dir / "cut.wav") / 2);
-    file->setFramePosition(90'000);
-    PCMBuffer buffer(file->processingFormat(), 1000);
-    auto read = file->read(buffer);
-    EXPECT_TRUE(!read || buffer.frameLength() < 1000) << "the second half is gone";
-}
-
 } // namespace
 } // namespace hushmeadows

@@ -10,7 +10,6 @@ source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
 export XDG_RUNTIME_DIR=$work/run
 mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
-world="$(dirname "$program")/Resources/Worlds/meadow.hushmeadow"
 
 pids=()
 cleanup() {
@@ -20,7 +19,6 @@ cleanup() {
 trap cleanup EXIT
 fail() { echo "FAIL: $*" >&2; tail -n 30 play.log >&2 2>/dev/null || true; exit 1; }
 now() { date +%s.%N; }
-ms() { echo "($2 - $1) * 1000" | bc -l | cut -d. -f1; }
 # Polls (every 50 ms, at most $1 seconds) until the command succeeds.
 await() { local limit=$1; shift; local end; end=$(echo "$(now) + $limit" | bc -l)
   until "$@"; do (( $(echo "$(now) > $end" | bc -l) )) && return 1; sleep 0.05; done; }
@@ -36,37 +34,30 @@ start_pulse() {
   await 10 eval 'pactl info > /dev/null 2>&1' || fail "pulseaudio does not answer"
   pactl set-default-sink ci_null
 }
-# The recorder starts before any player: a fresh null sink otherwise stalls the first seconds.
-record() {
-  parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > "$1" &
-  recorder=$!; pids+=("$recorder")
-  await 10 eval '[ -n "$(pactl list short source-outputs 2>/dev/null)" ]' || fail "the recorder did not connect"
-}
 # The saver's own streams on the sink (by process id).
 ours() { pactl list sink-inputs 2>/dev/null | grep -c "application.process.id = \"$player\"" || true; }
 failures() { grep -cE 'Audio engine (restart failed|failed to start)' play.log || true; }
-# Succeeds once the raw recording holds sound, printing the frame it begins at.
-heard() { python3 - "$1" <<'EOF'
-import array, sys
-blob = open(sys.argv[1], "rb").read(); skip = (len(blob) - len(blob.lstrip(b"\0"))) // 8 * 8
-a = array.array("f"); a.frombytes(blob[skip:len(blob) // 8 * 8])
-hit = next((i for i, x in enumerate(a) if abs(x) > 1e-4), None)
-sys.exit(1) if hit is None else print((skip // 4 + hit) // 2)
+# Succeeds once the raw recording holds $1 seconds of sound after its first
+# sound; with a second argument it also checks that the sound faded in.
+heard() { python3 - rec.raw "$@" <<'EOF'
+import array, math, sys
+blob = open(sys.argv[1], "rb").read(); a = array.array("f"); a.frombytes(blob[:len(blob) // 8 * 8])
+first = next((i for i, x in enumerate(a) if abs(x) > 1e-4), None)
+R = 48000; sys.exit(1) if first is None or len(a) < first + 2 * R * float(sys.argv[2]) else None
+if len(sys.argv) > 3:
+    rms = lambda s, e: math.sqrt(sum(x * x for x in a[first + 2 * s:first + 2 * e]) / (2 * (e - s)))
+    early, later = rms(0, R // 4), rms(9 * R // 2, 5 * R)
+    print(f"after the return: first 250 ms {early:.5f}, at 4.5 s {later:.5f}")
+    sys.exit("no fade-in heard" if not later > early * 4 else 0)
 EOF
 }
-# Succeeds once the raw recording holds $2 seconds of sound after its first sound.
-heard_for() { local first; first=$(heard "$1" 2>/dev/null) || return 1; (( $(stat -c %s "$1") >= (first + $2 * 48000) * 8 )); }
 
 start_pulse
 "$program" settings set screenSaverAudioEnabled true > /dev/null
-record before.raw
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!
 pids+=("$player")
-await 60 eval '[ "$(ours)" = 1 ]' || fail "the saver's stream did not appear"
-first_stream_at=$(now)
-await 30 heard before.raw > /dev/null || fail "the saver was not heard"
-echo "first start: sound heard $(ms "$first_stream_at" "$(now)") ms after the stream appeared"
+await 60 eval '[ "$(ours)" = 1 ] && grep -q "Sound started" play.log' || fail "the saver's sound did not start"
 
 server=$(cat "$XDG_RUNTIME_DIR/pulse/pid")
 kill -9 "$server"
@@ -78,18 +69,15 @@ await 10 grep -q 'Audio configuration changed; restarting engine' play.log || fa
 await 20 eval '[ "$(failures)" -ge 3 ]' || fail "the saver did not try the output again"
 start_pulse
 back_at=$(now)
-record after.raw
+# The recorder starts before the saver returns: a fresh null sink otherwise stalls the first seconds.
+parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
+recorder=$!; pids+=("$recorder")
+await 10 eval '[ -n "$(pactl list short source-outputs 2>/dev/null)" ]' || fail "the recorder did not connect"
 await 15 grep -q 'Audio output back after' play.log || fail "the saver's output did not come back within 15 s of the server"
-reopened_at=$(now)
 await 5 eval '[ "$(ours)" -ge 1 ]' || fail "the saver's stream is not on the server"
-stream_at=$(now)
-await 30 heard after.raw > /dev/null || fail "the saver was not heard within 30 s of its stream's return"
-heard_at=$(now)
 outage=$(echo "$back_at - $killed_at" | bc -l)
 attempts=$(failures)
-echo "server away $(ms "$killed_at" "$back_at") ms with $attempts failed attempts; after the server's return:" \
-  "output reopened $(ms "$back_at" "$reopened_at") ms, stream listed $(ms "$back_at" "$stream_at") ms," \
-  "sound in the monitor $(ms "$back_at" "$heard_at") ms (polled every 50 ms)"
+echo "server away $outage s with $attempts failed attempts"
 # Attempts at 0, 0.5, 1.5, 3.5, 7.5, 17.5 s, ... after the loss: never more than those due.
 allowed=$(python3 -c "import sys; t, d, n, o = 0.0, 0.5, 0, float(sys.argv[1]) + 0.5
 while t <= o: n, t, d = n + 1, t + d, min(2 * d, 10)
@@ -97,29 +85,11 @@ print(n)" "$outage")
 [ "$attempts" -le "$allowed" ] || fail "$attempts failed attempts in a $outage s outage: more than the $allowed due"
 grep -q "Audio output back after $attempts failed attempts" play.log || fail "the return was not logged"
 
-await 30 heard_for after.raw 5 || fail "the sound did not go on for 5 s after its return"
+await 60 heard 5 2> /dev/null || fail "the sound did not go on for 5 s after its return"
+heard 5 fade || fail "sound check"
 [ "$(ours)" = 1 ] || fail "the saver plays $(ours) streams after the return"
 kill -TERM "$player"
 await 2.5 eval '! kill -0 "$player" 2>/dev/null' || fail "saver still running 2.5 s after SIGTERM"
 wait "$player" || fail "saver exited with $?"
 await 2 eval '[ -z "$(pactl list short sink-inputs)" ]' || fail "something still plays after the saver exited"
-kill "$recorder"; wait "$recorder" 2>/dev/null || true
-
-# What the saver renders for its first 6 s; the return starts the world's
-# sound over with the same fade-in, so each part is heard at the same level.
-"$program" render-audio "$world" --seconds 6 --out expected.wav > /dev/null 2>&1
-python3 - after.raw expected.wav <<'EOF' || fail "sound check"
-import array, math, sys
-def load(path, header):
-    blob = open(path, "rb").read(); blob = blob[blob.index(b"data") + 8:] if header else blob
-    a = array.array("f"); a.frombytes(blob[:len(blob) // 8 * 8]); return a
-def rms(s, a, b):
-    part = s[2 * max(a, 0):2 * max(b, 0)]; return math.sqrt(sum(x * x for x in part) / max(len(part), 1))
-rec, ref, R = load(sys.argv[1], False), load(sys.argv[2], True), 48000
-first = next(i for i, x in enumerate(rec) if abs(x) > 1e-4) // 2
-early, later, offline = rms(rec, first, first + R // 4), rms(rec, first + 9 * R // 2, first + 5 * R), rms(ref, 9 * R // 2, 5 * R)
-print(f"after the return: first 250 ms {early:.5f}, at 4.5 s {later:.5f}, offline at 4.5 s {offline:.5f}")
-sys.exit("no fade-in heard" if not later > early * 4 else
-         "the level heard is not the world's (doubled or lost)" if not 0.7 < later / offline < 1.4 else 0)
-EOF
 echo "audio server restart: all cases passed"

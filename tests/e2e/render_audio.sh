@@ -8,7 +8,6 @@ world="$(dirname "$program")/Resources/Worlds/meadow.hushmeadow"
 [ -d "$world" ] || fail "no bundled world at $world"
 
 rms() { sox "$1" -n trim "$2" "$3" stat 2>&1 | awk '/RMS +amplitude/ {print $3}'; }
-maxamp() { sox "$1" -n stat 2>&1 | awk '/Maximum amplitude/ {print $3}'; }
 
 "$program" render-audio "$world" --seconds 6 --out day.wav --phase day > out.txt 2> err.txt
 [ "$(soxi -r day.wav) $(soxi -c day.wav) $(soxi -s day.wav) $(soxi -b day.wav) $(soxi -e day.wav)" = "48000 2 288000 32 Floating Point PCM" ] \
@@ -21,14 +20,6 @@ awk -v a="$start" -v b="$later" 'BEGIN { exit !(b > 0.01 && a < b / 8) }' || fai
 # Without a fade the sound is there from the start.
 "$program" render-audio "$world" --seconds 1 --out nofade.wav --fade-in 0 --phase night > /dev/null 2>&1
 awk -v a="$(rms nofade.wav 0 0.25)" 'BEGIN { exit !(a > 0.01) }' || fail "--fade-in 0 still fades"
-
-# A world with no sound renders silence and says why.
-ffmpeg -hide_banner -loglevel error -y -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv420p loop.mp4
-mkdir -p quiet.hushmeadow && cp loop.mp4 quiet.hushmeadow/
-echo '{"formatVersion":1,"id":"quiet","name":"Quiet","visual":{"file":"loop.mp4"}}' > quiet.hushmeadow/world.json
-"$program" render-audio quiet.hushmeadow --seconds 0.5 --out quiet.wav > /dev/null 2> err.txt
-grep -q "World has no playable audio" err.txt || fail "no log for a silent world"
-[ "$(maxamp quiet.wav)" = "0.000000" ] || fail "a silent world made sound"
 
 set +e
 "$program" render-audio "$world" --out x.wav > /dev/null 2>&1; s1=$?
