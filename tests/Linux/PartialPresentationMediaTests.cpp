@@ -15,6 +15,7 @@
 #include <SDL.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -36,19 +37,17 @@ public:
     PrivateDisplay()
     {
         for (int n = 231; n < 290 && pid_ <= 0; ++n) {
-            if (access(("/tmp/.X11-unix/X" + std::to_string(n)).c_str(), F_OK) == 0 || access(("/tmp/.X" + std::to_string(n) + "-lock").c_str(), F_OK) == 0)
+            const std::string number = std::to_string(n);
+            if (access(("/tmp/.X11-unix/X" + number).c_str(), F_OK) == 0 || access(("/tmp/.X" + number + "-lock").c_str(), F_OK) == 0)
                 continue;
-            name_ = ":" + std::to_string(n);
-            pid_ = fork();
-            if (pid_ == 0) {
+            name_ = ":" + number;
+            if ((pid_ = fork()) == 0) {
                 execlp("Xvfb", "Xvfb", name_.c_str(), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
                 _exit(127);
             }
         }
-        if (pid_ <= 0)
-            return;
         // Ready when it answers (it may take long on a loaded machine).
-        for (int attempt = 0; attempt < 600; ++attempt) {
+        for (int attempt = 0; pid_ > 0 && attempt < 600 && waitpid(pid_, nullptr, WNOHANG) != pid_; ++attempt) {
             if (Display* probe = XOpenDisplay(name_.c_str())) {
                 XCloseDisplay(probe);
                 setenv("DISPLAY", name_.c_str(), 1);
@@ -56,8 +55,6 @@ public:
                 ready_ = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
                 return;
             }
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
-                return;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
     }
@@ -65,10 +62,8 @@ public:
     {
         if (ready_)
             SDL_QuitSubSystem(SDL_INIT_VIDEO);
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
+        if (pid_ > 0)
+            kill(pid_, SIGTERM), waitpid(pid_, nullptr, 0);
     }
     bool ready() const { return ready_; }
 
@@ -93,28 +88,16 @@ public:
     double backingScale() const override { return inner_.backingScale(); }
     void setArtwork(std::shared_ptr<const Image> image, PixelRect rect, Magnification m) override
     {
-        artwork = image;
-        frame = rect;
-        magnification = m;
+        artwork = image, frame = rect, magnification = m;
         inner_.setArtwork(std::move(image), rect, m);
     }
     void updateArtwork(std::shared_ptr<const Image> image, const std::vector<PixelRect>& changed) override
     {
-        artwork = image;
-        ++partialUpdates;
+        artwork = image, ++partialUpdates;
         inner_.updateArtwork(std::move(image), changed);
     }
-    void setMargins(std::vector<MarginBar> b) override
-    {
-        bars = b;
-        inner_.setMargins(std::move(b));
-    }
-    void clear() override
-    {
-        artwork.reset();
-        bars.clear();
-        inner_.clear();
-    }
+    void setMargins(std::vector<MarginBar> b) override { inner_.setMargins(bars = std::move(b)); }
+    void clear() override { artwork.reset(), bars.clear(), inner_.clear(); }
 
 private:
     SDLSceneSurface& inner_;
@@ -150,7 +133,7 @@ std::vector<std::vector<std::uint8_t>> clipFrames()
         picture = background;
         for (int y = 5; y < 13; ++y)
             for (int x = 0; x < 9; ++x)
-                set(step * 4 + x - 3 < clipWidth ? std::max(step * 4 + x - 3, 0) : clipWidth - 1, y, 10, 240, static_cast<std::uint8_t>(step * 30));
+                set(std::clamp(step * 4 + x - 3, 0, clipWidth - 1), y, 10, 240, static_cast<std::uint8_t>(step * 30));
         frames.push_back(picture);
     }
     frames.push_back(picture);
@@ -165,11 +148,10 @@ std::vector<std::vector<std::uint8_t>> clipFrames()
 std::filesystem::path makeClip(const testing::TempDir& dir, const std::vector<std::vector<std::uint8_t>>& frames)
 {
     const auto raw = dir / "frames.rgb";
-    {
-        std::ofstream out(raw, std::ios::binary);
-        for (const auto& frame : frames)
-            out.write(reinterpret_cast<const char*>(frame.data()), static_cast<std::streamsize>(frame.size()));
-    }
+    std::ofstream out(raw, std::ios::binary);
+    for (const auto& frame : frames)
+        out.write(reinterpret_cast<const char*>(frame.data()), static_cast<std::streamsize>(frame.size()));
+    out.close();
     const auto clip = dir / "world.hushmeadow" / "loop.mkv";
     std::filesystem::create_directories(clip.parent_path());
     testing::runCommand("ffmpeg -hide_banner -loglevel error -y -f rawvideo -pix_fmt rgb24 -s " + std::to_string(clipWidth) + "x"
@@ -178,58 +160,36 @@ std::filesystem::path makeClip(const testing::TempDir& dir, const std::vector<st
     return clip;
 }
 
-// The window's pixels as the X server holds them, as 0xRRGGBB.
-std::vector<std::uint32_t> screenshot(SDLSceneSurface& surface)
+// Where the window's pixels, as the X server holds them, first differ from
+// the same scene drawn whole on an offscreen surface; empty when they do not.
+std::string differenceFromWholeRendering(SDLSceneSurface& surface, const TeeSurface& tee)
 {
+    const int width = static_cast<int>(surface.boundsSize().width), height = static_cast<int>(surface.boundsSize().height);
     SDL_SysWMinfo info;
     SDL_VERSION(&info.version);
-    std::vector<std::uint32_t> pixels;
-    if (!SDL_GetWindowWMInfo(surface.window(), &info))
-        return pixels;
-    const Size size = surface.boundsSize();
-    const int width = static_cast<int>(size.width), height = static_cast<int>(size.height);
-    XImage* image = XGetImage(info.info.x11.display, info.info.x11.window, 0, 0, static_cast<unsigned>(width), static_cast<unsigned>(height),
-                              AllPlanes, ZPixmap);
-    if (!image)
-        return pixels;
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            pixels.push_back(static_cast<std::uint32_t>(XGetPixel(image, x, y) & 0xffffff));
-    XDestroyImage(image);
-    return pixels;
-}
-
-// The same scene drawn whole on an offscreen surface of the window's size.
-std::vector<std::uint32_t> wholeRendering(const TeeSurface& tee, Size size)
-{
-    const int width = static_cast<int>(size.width), height = static_cast<int>(size.height);
+    XImage* shot = SDL_GetWindowWMInfo(surface.window(), &info)
+        ? XGetImage(info.info.x11.display, info.info.x11.window, 0, 0, static_cast<unsigned>(width), static_cast<unsigned>(height), AllPlanes, ZPixmap)
+        : nullptr;
+    if (!shot)
+        return "no screenshot";
     SDL_Surface* target = SDL_CreateRGBSurfaceWithFormat(0, width, height, 32, SDL_PIXELFORMAT_XRGB8888);
-    std::vector<std::uint32_t> pixels;
     {
         SDLSceneSurface reference(target);
         reference.setArtwork(tee.artwork, tee.frame, tee.magnification);
         reference.setMargins(tee.bars);
         reference.render();
     }
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            std::uint32_t value;
-            std::memcpy(&value, static_cast<const std::uint8_t*>(target->pixels) + y * target->pitch + x * 4, 4);
-            pixels.push_back(value & 0xffffff);
+    std::string difference;
+    for (int y = 0; y < height && difference.empty(); ++y)
+        for (int x = 0; x < width && difference.empty(); ++x) {
+            std::uint32_t want;
+            std::memcpy(&want, static_cast<const std::uint8_t*>(target->pixels) + y * target->pitch + x * 4, 4);
+            if ((XGetPixel(shot, x, y) & 0xffffff) != (want & 0xffffff))
+                difference = "pixel " + std::to_string(x) + "," + std::to_string(y) + " at width " + std::to_string(width);
         }
     SDL_FreeSurface(target);
-    return pixels;
-}
-
-// Where two pictures of the same size first differ, or an empty text.
-std::string firstDifference(const std::vector<std::uint32_t>& have, const std::vector<std::uint32_t>& want, int width)
-{
-    if (have.size() != want.size())
-        return "sizes differ: " + std::to_string(have.size()) + " pixels against " + std::to_string(want.size());
-    for (std::size_t i = 0; i < have.size(); ++i)
-        if (have[i] != want[i])
-            return "pixel " + std::to_string(i % static_cast<std::size_t>(width)) + "," + std::to_string(i / static_cast<std::size_t>(width));
-    return {};
+    XDestroyImage(shot);
+    return difference;
 }
 
 TEST(PartialPresentation, EveryFrameOnScreenEqualsTheWholeFrameRendering)
@@ -276,12 +236,11 @@ TEST(PartialPresentation, EveryFrameOnScreenEqualsTheWholeFrameRendering)
     surface.render();
     ASSERT_NE(tee.artwork, nullptr);
     ASSERT_EQ(tee.frame, (PixelRect{5, 15, 200, 120}));
-    EXPECT_EQ(firstDifference(screenshot(surface), wholeRendering(tee, surface.boundsSize()), 210), "");
+    EXPECT_EQ(differenceFromWholeRendering(surface, tee), "");
 
     // Two passes and a bit: every frame, the loop point twice.
     const long total = static_cast<long>(frames.size()) * 2 + 3;
-    long checked = 0;
-    long equalFramesSkipped = 0;
+    long checked = 0, equalFramesSkipped = 0;
     while (view.framesDisplayed() < total + 1) {
         const long before = view.framesDisplayed();
         const long long drawnBefore = surface.pixelsDrawn();
@@ -293,17 +252,13 @@ TEST(PartialPresentation, EveryFrameOnScreenEqualsTheWholeFrameRendering)
         loop.advance(1.0 / 48);
         if (view.framesDisplayed() == before)
             continue;
-        const bool drew = surface.render();
-        if (!drew) {
+        if (!surface.render()) {
             // A frame equal to the one showing: nothing drawn, nothing sent.
             EXPECT_EQ(surface.pixelsDrawn(), drawnBefore);
             ++equalFramesSkipped;
         }
-        const int width = static_cast<int>(surface.boundsSize().width);
-        ASSERT_EQ(firstDifference(screenshot(surface), wholeRendering(tee, surface.boundsSize()), width), "")
-            << "after frame " << view.framesDisplayed() << " at width " << width;
-        ++checked;
-        if (checked == static_cast<long>(frames.size()) + 5) {
+        ASSERT_EQ(differenceFromWholeRendering(surface, tee), "") << "after frame " << view.framesDisplayed();
+        if (++checked == static_cast<long>(frames.size()) + 5) {
             // A resize mid-run moves the picture (now 6×) and the bars: drawn whole again.
             SDL_SetWindowSize(surface.window(), 260, 150);
             bool resized = false;
@@ -321,9 +276,8 @@ TEST(PartialPresentation, EveryFrameOnScreenEqualsTheWholeFrameRendering)
     EXPECT_EQ(equalFramesSkipped, 2);
     EXPECT_GT(tee.partialUpdates, static_cast<int>(frames.size()));
     // Frames came on time and none were passed over.
-    const FrameLateness::Summary late = view.frameLateness();
-    EXPECT_EQ(late.skipped, 0);
-    EXPECT_LT(late.maximum, 1e-3);
+    EXPECT_EQ(view.frameLateness().skipped, 0);
+    EXPECT_LT(view.frameLateness().maximum, 1e-3);
     view.tearDown();
 }
 

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -13,13 +12,11 @@ namespace hushmeadows {
 namespace {
 
 // Offscreen surfaces: SDL_CreateRGBSurfaceWithFormat needs no video driver.
-struct OwnedSurface {
-    SDL_Surface* surface;
-    OwnedSurface(int width, int height, Uint32 format) : surface(SDL_CreateRGBSurfaceWithFormat(0, width, height, 32, format)) {}
-    ~OwnedSurface() { SDL_FreeSurface(surface); }
-    OwnedSurface(const OwnedSurface&) = delete;
-    OwnedSurface& operator=(const OwnedSurface&) = delete;
-};
+using OwnedSurface = std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>;
+OwnedSurface offscreen(int width, int height, Uint32 format = SDL_PIXELFORMAT_XRGB8888)
+{
+    return {SDL_CreateRGBSurfaceWithFormat(0, width, height, 32, format), &SDL_FreeSurface};
+}
 
 // A pixel of a 16- or 32-bit surface, read through its format (on a little-endian host).
 ColorRGB8 colorAt(const SDL_Surface* surface, int x, int y)
@@ -59,9 +56,9 @@ INSTANTIATE_TEST_SUITE_P(SDLSceneSurface, WholeScaleTargets,
 
 TEST_P(WholeScaleTargets, NearestWholeScaleGivesBlocksCroppedAtTheEdgeOverBlack)
 {
-    OwnedSurface target(14, 12, GetParam());
-    ASSERT_NE(target.surface, nullptr) << SDL_GetError();
-    SDLSceneSurface surface(target.surface);
+    const OwnedSurface target = offscreen(14, 12, GetParam());
+    ASSERT_NE(target, nullptr) << SDL_GetError();
+    SDLSceneSurface surface(target.get());
     EXPECT_EQ(surface.boundsSize(), (Size{14, 12}));
 
     auto poster = std::make_shared<Image>(testing::posterImage(5, 3, PixelFormat::bgra8));
@@ -73,43 +70,37 @@ TEST_P(WholeScaleTargets, NearestWholeScaleGivesBlocksCroppedAtTheEdgeOverBlack)
     ASSERT_TRUE(surface.render());
 
     const Image reference = testing::posterImage(5, 3, PixelFormat::rgba8);
-    expectPixels(target.surface, [&](int x, int y) -> ColorRGB8 {
+    expectPixels(target.get(), [&](int x, int y) -> ColorRGB8 {
         if (x < frame.x || x >= frame.x + frame.width || y < frame.y || y >= frame.y + frame.height)
             return {};
         const int sx = (x - frame.x) / 3, sy = (y - frame.y) / 3;
         const std::uint8_t* p = reference.row(sy) + static_cast<std::size_t>(sx) * 4;
-        ColorRGB8 color{p[0], p[1], p[2]};
-        if (sx == 2 && sy == 1)
-            color = {static_cast<std::uint8_t>((color.red * 128 + 127) / 255), static_cast<std::uint8_t>((color.green * 128 + 127) / 255),
-                     static_cast<std::uint8_t>((color.blue * 128 + 127) / 255)};
-        return color;
+        const auto half = [&](int i) { return static_cast<std::uint8_t>(sx == 2 && sy == 1 ? (p[i] * 128 + 127) / 255 : p[i]); };
+        return {half(0), half(1), half(2)};
     });
 }
 
 TEST(SDLSceneSurface, LinearMagnificationBlendsBetweenNeighbours)
 {
-    OwnedSurface target(10, 4, SDL_PIXELFORMAT_XRGB8888);
-    SDLSceneSurface surface(target.surface);
+    const OwnedSurface target = offscreen(10, 4);
+    SDLSceneSurface surface(target.get());
+    // Black on the left, white on the right, both opaque.
     auto image = std::make_shared<Image>(Image::blank(2, 2, PixelFormat::bgra8));
     for (int y = 0; y < 2; ++y) {
-        std::memset(image->row(y), 0, 4);
-        std::memset(image->row(y) + 4, 255, 4);
-        image->row(y)[3] = 255;
+        std::memcpy(image->row(y), "\0\0\0\xff\xff\xff\xff\xff", 8);
     }
     surface.setArtwork(image, {0, 0, 10, 4}, Magnification::linear);
     ASSERT_TRUE(surface.render());
     for (int y = 0; y < 4; ++y) {
-        int previous = -1;
         std::set<int> levels;
         for (int x = 0; x < 10; ++x) {
-            const ColorRGB8 color = colorAt(target.surface, x, y);
+            const ColorRGB8 color = colorAt(target.get(), x, y);
             EXPECT_EQ(color.red, color.blue);
-            EXPECT_GE(color.red, previous) << "row " << y << " column " << x;
-            previous = color.red;
+            EXPECT_GE(color.red, x ? colorAt(target.get(), x - 1, y).red : 0) << "row " << y << " column " << x;
             levels.insert(color.red);
         }
-        EXPECT_LT(colorAt(target.surface, 0, y).red, 40);
-        EXPECT_GT(colorAt(target.surface, 9, y).red, 215);
+        EXPECT_LT(*levels.begin(), 40);
+        EXPECT_GT(*levels.rbegin(), 215);
         EXPECT_GE(levels.size(), 5u) << "row " << y << " is not blended";
     }
 }
@@ -133,8 +124,8 @@ TEST(SDLSceneSurface, PartialUpdatesDrawOnlyTheChangedPartsOfWholeNearestPicture
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        OwnedSurface target(80, 48, SDL_PIXELFORMAT_XRGB8888);
-        SDLSceneSurface surface(target.surface);
+        const OwnedSurface target = offscreen(80, 48), reference = offscreen(80, 48);
+        SDLSceneSurface surface(target.get()), whole(reference.get());
         auto first = std::make_shared<Image>(testing::posterImage(20, 12, PixelFormat::bgra8));
         surface.setArtwork(first, c.frame, c.magnification);
         ASSERT_TRUE(surface.render());
@@ -152,11 +143,9 @@ TEST(SDLSceneSurface, PartialUpdatesDrawOnlyTheChangedPartsOfWholeNearestPicture
         EXPECT_FALSE(surface.render()) << "nothing changed since";
 
         // What shows equals the last picture drawn whole.
-        OwnedSurface reference(80, 48, SDL_PIXELFORMAT_XRGB8888);
-        SDLSceneSurface whole(reference.surface);
         whole.setArtwork(third, c.frame, c.magnification);
         ASSERT_TRUE(whole.render());
-        expectPixels(target.surface, [&](int x, int y) { return colorAt(reference.surface, x, y); });
+        expectPixels(target.get(), [&](int x, int y) { return colorAt(reference.get(), x, y); });
     }
 }
 

@@ -10,9 +10,7 @@ namespace {
 TEST(FrameLateness, SummarisesPercentilesExactMaximumAndSkippedFrames)
 {
     FrameLateness lateness;
-    EXPECT_EQ(lateness.summary().frames, 0);
-    EXPECT_EQ(lateness.summary().p99, 0);
-
+    EXPECT_EQ(lateness.summary().p99, 0) << "nothing recorded";
     // 98 frames 1 ms late, one 7 ms, one 2 s (past the last bin); early and
     // undefined times count as on time.
     for (int i = 0; i < 98; ++i)

@@ -4,53 +4,48 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 namespace hushmeadows {
 namespace {
 
 constexpr std::uint32_t untouched = 0xDEADBEEF;
 
-// 4-byte pixels with padded rows; the padding must never be written.
-struct Plane {
-    int width, height;
-    std::size_t stride;
-    std::vector<std::uint8_t> bytes;
+std::uint32_t get(const Image& image, int x, int y)
+{
+    std::uint32_t value;
+    std::memcpy(&value, image.row(y) + static_cast<std::size_t>(x) * 4, 4);
+    return value;
+}
 
-    Plane(int w, int h, bool distinct)
-        : width(w), height(h), stride(static_cast<std::size_t>(w) * 4 + 8), bytes(stride * static_cast<std::size_t>(h))
-    {
-        for (int y = 0; y < h; ++y)
-            for (std::size_t i = 0; i < stride / 4; ++i) {
-                const bool inRow = distinct && i < static_cast<std::size_t>(w);
-                set(static_cast<int>(i), y, inRow ? 0xFF000000u | static_cast<std::uint32_t>(y) << 12 | static_cast<std::uint32_t>(i) : untouched);
-            }
-    }
-    std::uint32_t get(int x, int y) const
-    {
-        std::uint32_t value;
-        std::memcpy(&value, bytes.data() + static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x) * 4, 4);
-        return value;
-    }
-    void set(int x, int y, std::uint32_t value) { std::memcpy(bytes.data() + static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x) * 4, &value, 4); }
-    ConstPixelPlane source() const { return {bytes.data(), stride, width, height}; }
-    PixelPlane destination() { return {bytes.data(), stride, width, height}; }
-};
+// 4-byte pixels with rows padded by two pixels, which must never be written;
+// every pixel distinct, or all untouched.
+Image plane(int width, int height, bool distinct)
+{
+    Image image = Image::blank(width, height, PixelFormat::bgra8);
+    image.bytesPerRow += 8;
+    image.pixels.resize(image.bytesPerRow * static_cast<std::size_t>(height));
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width + 2; ++x) {
+            const std::uint32_t value = distinct && x < width ? 0xFF000000u | static_cast<std::uint32_t>(y) << 12 | static_cast<std::uint32_t>(x) : untouched;
+            std::memcpy(image.row(y) + static_cast<std::size_t>(x) * 4, &value, 4);
+        }
+    return image;
+}
 
 // Upscales and checks every destination pixel, padding included, against the
 // source pixel at ((x − originX) / scale, (y − originY) / scale), or the
 // untouched marker outside the picture; and the rectangle reported.
-::testing::AssertionResult upscalesExactly(const Plane& source, int scale, int width, int height, int originX, int originY)
+::testing::AssertionResult upscalesExactly(const Image& source, int scale, int width, int height, int originX, int originY)
 {
-    Plane d(width, height, false);
-    const PixelRect written = NearestUpscaler::upscale(source.source(), scale, d.destination(), originX, originY);
-    for (int y = 0; y < d.height; ++y)
-        for (int x = 0; x < static_cast<int>(d.stride / 4); ++x) {
+    Image d = plane(width, height, false);
+    const PixelRect written = NearestUpscaler::upscale(ConstPixelPlane::of(source), scale, PixelPlane::of(d), originX, originY);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width + 2; ++x) {
             const long long dx = x - static_cast<long long>(originX), dy = y - static_cast<long long>(originY);
-            const bool inside = x < d.width && dx >= 0 && dy >= 0 && dx < source.width * scale && dy < source.height * scale;
-            const std::uint32_t expected = inside ? source.get(static_cast<int>(dx / scale), static_cast<int>(dy / scale)) : untouched;
-            if (d.get(x, y) != expected)
-                return ::testing::AssertionFailure() << "pixel " << x << "," << y << " is " << std::hex << d.get(x, y) << ", not " << expected;
+            const bool inside = x < width && dx >= 0 && dy >= 0 && dx < source.width * scale && dy < source.height * scale;
+            const std::uint32_t expected = inside ? get(source, static_cast<int>(dx / scale), static_cast<int>(dy / scale)) : untouched;
+            if (get(d, x, y) != expected)
+                return ::testing::AssertionFailure() << "pixel " << x << "," << y << " is " << std::hex << get(d, x, y) << ", not " << expected;
         }
     const long long x0 = std::max(originX, 0), y0 = std::max(originY, 0);
     const long long x1 = std::min<long long>(originX + 1LL * source.width * scale, width);
@@ -63,7 +58,7 @@ struct Plane {
 
 TEST(NearestUpscaler, EveryPixelShowsItsSourcePixelWhereverThePictureLands)
 {
-    const Plane source(7, 5, true);
+    const Image source = plane(7, 5, true);
     for (int s = 1; s <= 8; ++s) {
         const int pw = 7 * s, ph = 5 * s;
         EXPECT_TRUE(upscalesExactly(source, s, pw, ph, 0, 0)) << "exact, scale " << s;

@@ -10,18 +10,11 @@ namespace {
 using Scaling = WorldManifest::Scaling;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-enum class Framing { cover, fit, boundedCover };
-
-// Content and bounds in device pixels at backing scale 1, pixel-perfect,
-// centred focus, safe area 0.8 × 0.8.
-SceneLayout::Input input(Size content, Size bounds, Framing framing = Framing::cover, bool pixelPerfect = true)
+// Content and bounds in device pixels at backing scale 1, centred focus,
+// safe area 0.8 × 0.8, always filling, the safe area not protected.
+SceneLayout::Input input(Size content, Size bounds, Scaling scaling = Scaling::aspectFill, bool pixelPerfect = true)
 {
-    SceneLayout::Input in{content, bounds, 1, Scaling::aspectFill, {0.5, 0.5}, {0.8, 0.8}, pixelPerfect, true, false};
-    if (framing == Framing::fit)
-        in.scaling = Scaling::aspectFit;
-    if (framing == Framing::boundedCover)
-        in.alwaysFill = false;
-    return in;
+    return {content, bounds, 1, scaling, {0.5, 0.5}, {0.8, 0.8}, pixelPerfect, true, false};
 }
 
 SceneLayout::Result result(double x, double y, double w, double h, double scale) { return {Rect{{x, y}, {w, h}}, scale}; }
@@ -38,12 +31,12 @@ TEST(SceneLayout, WholeScalesAreTakenOnlyWithinTheirTolerance)
         {"cover, 4 is 28 % over 3.125", input({640, 360}, {2000, 1125}), result(0, 0, 2000, 1125, 3.125)},
         {"cover, 3 is 3.4 % over 2.9", input({100, 100}, {290, 290}), result(-5, -5, 300, 300, 3)},
         {"cover, no snap below 1", input({100, 100}, {97, 97}), result(0, 0, 97, 97, 0.97)},
-        {"cover, not pixel-perfect", input({100, 100}, {290, 290}, Framing::cover, false), result(0, 0, 290, 290, 2.9)},
-        {"fit, 2 is 98.5 % of 2.03", input({640, 360}, {1300, 760}, Framing::fit), result(10, 20, 1280, 720, 2)},
-        {"fit, 1 is 95 % of 1.05", input({640, 360}, {672, 378}, Framing::fit), result(16, 9, 640, 360, 1)},
-        {"fit, 2 is 89 % of 2.25", input({100, 100}, {225, 300}, Framing::fit), result(0, 37, 225, 225, 2.25)},
-        {"fit, no snap below 1", input({640, 360}, {512, 288}, Framing::fit), result(0, 0, 512, 288, 0.8)},
-        {"fit, not pixel-perfect", input({640, 360}, {1300, 760}, Framing::fit, false), result(0, 14, 1300, 731, 2.03125)},
+        {"cover, not pixel-perfect", input({100, 100}, {290, 290}, Scaling::aspectFill, false), result(0, 0, 290, 290, 2.9)},
+        {"fit, 2 is 98.5 % of 2.03", input({640, 360}, {1300, 760}, Scaling::aspectFit), result(10, 20, 1280, 720, 2)},
+        {"fit, 1 is 95 % of 1.05", input({640, 360}, {672, 378}, Scaling::aspectFit), result(16, 9, 640, 360, 1)},
+        {"fit, 2 is 89 % of 2.25", input({100, 100}, {225, 300}, Scaling::aspectFit), result(0, 37, 225, 225, 2.25)},
+        {"fit, no snap below 1", input({640, 360}, {512, 288}, Scaling::aspectFit), result(0, 0, 512, 288, 0.8)},
+        {"fit, not pixel-perfect", input({640, 360}, {1300, 760}, Scaling::aspectFit, false), result(0, 14, 1300, 731, 2.03125)},
     };
     for (const auto& c : cases)
         EXPECT_EQ(SceneLayout::compute(c.in), c.expected) << c.what;
@@ -69,8 +62,7 @@ TEST(SceneLayout, ProtectedSafeAreaMovesFramingOneStepMoreCautious)
     for (const Case& c : {Case{Scaling::aspectFill, true, false, cover}, Case{Scaling::aspectFill, true, true, bounded},
                           Case{Scaling::aspectFill, false, false, bounded}, Case{Scaling::aspectFill, false, true, fit},
                           Case{Scaling::aspectFit, true, false, fit}, Case{Scaling::aspectFit, false, true, fit}}) {
-        auto in = input({500, 250}, {1000, 1000});
-        in.scaling = c.scaling;
+        auto in = input({500, 250}, {1000, 1000}, c.scaling);
         in.alwaysFill = c.alwaysFill;
         in.protectsSafeArea = c.protects;
         EXPECT_EQ(SceneLayout::compute(in), c.expected) << c.alwaysFill << c.protects << (c.scaling == Scaling::aspectFit);
