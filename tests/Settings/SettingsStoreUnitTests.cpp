@@ -58,54 +58,6 @@ struct SettingsStoreTest : ::testing::Test {
     LogCapture log;
 };
 
-TEST_F(SettingsStoreTest, LoadKeepsOrSetsAsideWhatIsThere)
-{
-    struct Case {
-        std::string name;
-        std::optional<std::string> text; // nothing: no file
-        double musicVolume;               // -1: defaults
-        bool setAside;
-        std::size_t errors;
-    };
-    const Case cases[] = {
-        {"missing", std::nullopt, -1, false, 0},
-        {"empty object", "{}", -1, false, 0},
-        {"empty file", "", -1, true, 1},
-        {"cut short", "{\"musicVolume\": 0.5", -1, true, 1},
-        {"exactly the limit", paddedSettings(SettingsStore::maximumFileSize), 0.25, false, 0},
-        {"one byte over", paddedSettings(SettingsStore::maximumFileSize + 1), -1, true, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        log.clear();
-        if (c.text)
-            testing::writeText(file, *c.text);
-        auto loaded = store.load();
-        EXPECT_EQ(loaded.musicVolume.value_or(-1), c.musicVolume);
-        EXPECT_EQ(log.lines("settings").size(), c.errors);
-        EXPECT_EQ(store.lastSetAside().has_value(), c.setAside);
-        if (c.setAside) {
-            EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(setAsideName)}));
-            EXPECT_EQ(contents(folder / setAsideName), *c.text);
-            log.clear();
-            EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-            EXPECT_TRUE(log.lines().empty());
-        }
-        fs::remove(folder / setAsideName);
-        fs::remove(file);
-    }
-}
-
-TEST_F(SettingsStoreTest, OnlyARegularFileIsEverMoved)
-{
-    // A folder (or device, or pipe) at the path is left where it is.
-    fs::create_directories(file / "inner");
-    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_TRUE(fs::is_directory(file / "inner"));
-    EXPECT_FALSE(store.lastSetAside());
-    EXPECT_FALSE(store.setAside());
-}
-
 TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
 {
     testing::writeText(folder / setAsideName, "first");
@@ -255,33 +207,52 @@ struct SettingsStoreLockTest : SettingsStoreTest {
     ~SettingsStoreLockTest() override { FileAccess::install(ledger->files); }
 };
 
-TEST_F(SettingsStoreLockTest, OnlySettingAsideTakesTheLock)
+// Only a regular file that fails to decode is set aside, under the lock; a
+// folder (or device, or pipe) at the path is left where it is.
+TEST_F(SettingsStoreLockTest, LoadKeepsOrSetsAsideWhatIsThere)
 {
     struct Case {
         std::string name;
-        std::optional<std::string> text; // nothing: no file
-        bool folderAtPath;
-        bool locks;
+        std::optional<std::string> text; // nothing: no file, or a folder
+        double musicVolume;               // -1: defaults
+        bool setAside;
+        std::size_t errors;
+        bool folderAtPath = false;
     };
     const Case cases[] = {
-        {"missing", std::nullopt, false, false},
-        {"valid", R"({"isMuted": true})", false, false},
-        {"a folder at the path", std::nullopt, true, false},
-        {"not JSON", "{ not json", false, true},
-        {"too large", paddedSettings(SettingsStore::maximumFileSize + 1), false, true},
+        {"missing", std::nullopt, -1, false, 0},
+        {"a folder at the path", std::nullopt, -1, false, 0, true},
+        {"empty object", "{}", -1, false, 0},
+        {"empty file", "", -1, true, 1},
+        {"cut short", "{\"musicVolume\": 0.5", -1, true, 1},
+        {"exactly the limit", paddedSettings(SettingsStore::maximumFileSize), 0.25, false, 0},
+        {"one byte over", paddedSettings(SettingsStore::maximumFileSize + 1), -1, true, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        log.clear();
         ledger->asked.clear();
         if (c.text)
             testing::writeText(file, *c.text);
-        if (c.folderAtPath)
-            fs::create_directories(file);
-        store.load();
-        EXPECT_EQ(ledger->asked, c.locks ? std::vector<fs::path>{folder / "Settings.json.lock"} : std::vector<fs::path>{});
-        EXPECT_EQ(store.lastSetAside().has_value(), c.locks);
-        for (const auto& name : namesIn(folder.path()))
-            fs::remove_all(folder / name);
+        else if (c.folderAtPath)
+            fs::create_directories(file / "inner");
+        auto loaded = store.load();
+        EXPECT_EQ(loaded.musicVolume.value_or(-1), c.musicVolume);
+        EXPECT_EQ(log.lines("settings").size(), c.errors);
+        EXPECT_EQ(store.lastSetAside().has_value(), c.setAside);
+        EXPECT_EQ(ledger->asked, c.setAside ? std::vector<fs::path>{folder / "Settings.json.lock"} : std::vector<fs::path>{});
+        if (c.setAside) {
+            EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(setAsideName)}));
+            EXPECT_EQ(contents(folder / setAsideName), *c.text);
+            log.clear();
+            EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
+            EXPECT_TRUE(log.lines().empty());
+        } else if (!c.text) {
+            EXPECT_EQ(fs::is_directory(file / "inner"), c.folderAtPath);
+            EXPECT_FALSE(store.setAside());
+        }
+        fs::remove(folder / setAsideName);
+        fs::remove_all(file);
     }
 }
 
