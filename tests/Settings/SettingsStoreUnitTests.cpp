@@ -58,54 +58,6 @@ struct SettingsStoreTest : ::testing::Test {
     LogCapture log;
 };
 
-TEST_F(SettingsStoreTest, LoadKeepsOrSetsAsideWhatIsThere)
-{
-    struct Case {
-        std::string name;
-        std::optional<std::string> text; // nothing: no file
-        double musicVolume;               // -1: defaults
-        bool setAside;
-        std::size_t errors;
-    };
-    const Case cases[] = {
-        {"missing", std::nullopt, -1, false, 0},
-        {"empty object", "{}", -1, false, 0},
-        {"empty file", "", -1, true, 1},
-        {"cut short", "{\"musicVolume\": 0.5", -1, true, 1},
-        {"exactly the limit", paddedSettings(SettingsStore::maximumFileSize), 0.25, false, 0},
-        {"one byte over", paddedSettings(SettingsStore::maximumFileSize + 1), -1, true, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        log.clear();
-        if (c.text)
-            testing::writeText(file, *c.text);
-        auto loaded = store.load();
-        EXPECT_EQ(loaded.musicVolume.value_or(-1), c.musicVolume);
-        EXPECT_EQ(log.lines("settings").size(), c.errors);
-        EXPECT_EQ(store.lastSetAside().has_value(), c.setAside);
-        if (c.setAside) {
-            EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(setAsideName)}));
-            EXPECT_EQ(contents(folder / setAsideName), *c.text);
-            log.clear();
-            EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-            EXPECT_TRUE(log.lines().empty());
-        }
-        fs::remove(folder / setAsideName);
-        fs::remove(file);
-    }
-}
-
-TEST_F(SettingsStoreTest, OnlyARegularFileIsEverMoved)
-{
-    // A folder (or device, or pipe) at the path is left where it is.
-    fs::create_directories(file / "inner");
-    EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
-    EXPECT_TRUE(fs::is_directory(file / "inner"));
-    EXPECT_FALSE(store.lastSetAside());
-    EXPECT_FALSE(store.setAside());
-}
-
 TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
 {
     testing::writeText(folder / setAsideName, "first");
@@ -120,13 +72,12 @@ TEST_F(SettingsStoreTest, SetAsideNeverOverwrites)
     EXPECT_FALSE(fs::exists(file));
 }
 
-TEST_F(SettingsStoreTest, SaveAndUpdateRoundTripEveryFieldAndAnnounceIt)
+// Every field's way through the file is the settings' own encoding, tested
+// with them; here it is what is saved, where, and who hears of it.
+TEST_F(SettingsStoreTest, SaveAndUpdateRoundTripAndAnnounceIt)
 {
-    auto settings = HushmeadowsSettings::make(0.25, 0.75, true, true, true, false, LaunchBehavior::enterAmbientMode, false,
-                                              Framing::wholeScene, false, "calm-lake",
-                                              {{"calm-lake", WorldMix{0.4, std::nullopt}}, {"ä/\"x\"", WorldMix{std::nullopt, 0.9}}},
-                                              {"night-rain", "calm-lake"}, TimeOfDay::day, SleepTimer::after60Minutes, true,
-                                              -7, true, LibraryTab::pixel, MusicStyle::studio, MusicStyle::classic);
+    HushmeadowsSettings settings;
+    settings.setAmbienceLevel(0.9, "ä/\"x\"");
     SettingsStore nested(folder / "deep" / "Settings.json");
     std::vector<HushmeadowsSettings> announced;
     nested.onDidSave([&](const HushmeadowsSettings& saved) { announced.push_back(saved); });
@@ -196,13 +147,8 @@ TEST_F(SettingsStoreTest, SavingMakesNoHomeAndNamesWhatIsInTheWay)
         environment.xdgConfigHome = std::move(configHome);
         return environment;
     };
-    struct Case {
-        std::string name;
-        Environment environment;
-        std::string failure; // empty: saved
-    };
     const std::string goneHome = "the home folder " + gone.string() + " does not exist";
-    const Case cases[] = {
+    const std::tuple<std::string, Environment, std::string> cases[] = { // name, environment, failure (empty: saved)
         {"home", linuxAt(folder / "home", {}), ""},
         {"missing home", linuxAt(gone, {}), goneHome},
         {"missing home, configuration inside it", linuxAt(gone, (gone / "config").string()), goneHome},
@@ -211,16 +157,16 @@ TEST_F(SettingsStoreTest, SavingMakesNoHomeAndNamesWhatIsInTheWay)
         {"no home at all", linuxAt(std::nullopt, {}), "no home folder is known (HOME is not set)"},
         {"a file in the way", linuxAt(folder / "home", (folder / "plain/config").string()), (folder / "plain").string() + " is not a folder"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        auto shared = SettingsStore::shared(c.environment);
+    for (const auto& [name, environment, failure] : cases) {
+        SCOPED_TRACE(name);
+        auto shared = SettingsStore::shared(environment);
         auto updated = shared.update(unchanged);
-        if (c.failure.empty()) {
+        if (failure.empty()) {
             EXPECT_TRUE(updated.has_value());
             EXPECT_TRUE(fs::is_regular_file(shared.fileURL()));
         } else {
             ASSERT_FALSE(updated.has_value());
-            EXPECT_EQ(updated.error().description, "cannot save " + shared.fileURL().string() + ": " + c.failure);
+            EXPECT_EQ(updated.error().description, "cannot save " + shared.fileURL().string() + ": " + failure);
             EXPECT_FALSE(shared.save({}).has_value());
         }
     }
@@ -255,33 +201,52 @@ struct SettingsStoreLockTest : SettingsStoreTest {
     ~SettingsStoreLockTest() override { FileAccess::install(ledger->files); }
 };
 
-TEST_F(SettingsStoreLockTest, OnlySettingAsideTakesTheLock)
+// Only a regular file that fails to decode is set aside, under the lock; a
+// folder (or device, or pipe) at the path is left where it is.
+TEST_F(SettingsStoreLockTest, LoadKeepsOrSetsAsideWhatIsThere)
 {
     struct Case {
         std::string name;
-        std::optional<std::string> text; // nothing: no file
-        bool folderAtPath;
-        bool locks;
+        std::optional<std::string> text; // nothing: no file, or a folder
+        double musicVolume;               // -1: defaults
+        bool setAside;
+        std::size_t errors;
+        bool folderAtPath = false;
     };
     const Case cases[] = {
-        {"missing", std::nullopt, false, false},
-        {"valid", R"({"isMuted": true})", false, false},
-        {"a folder at the path", std::nullopt, true, false},
-        {"not JSON", "{ not json", false, true},
-        {"too large", paddedSettings(SettingsStore::maximumFileSize + 1), false, true},
+        {"missing", std::nullopt, -1, false, 0},
+        {"a folder at the path", std::nullopt, -1, false, 1, true},
+        {"empty object", "{}", -1, false, 0},
+        {"empty file", "", -1, true, 1},
+        {"cut short", "{\"musicVolume\": 0.5", -1, true, 1},
+        {"exactly the limit", paddedSettings(SettingsStore::maximumFileSize), 0.25, false, 0},
+        {"one byte over", paddedSettings(SettingsStore::maximumFileSize + 1), -1, true, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        log.clear();
         ledger->asked.clear();
         if (c.text)
             testing::writeText(file, *c.text);
-        if (c.folderAtPath)
-            fs::create_directories(file);
-        store.load();
-        EXPECT_EQ(ledger->asked, c.locks ? std::vector<fs::path>{folder / "Settings.json.lock"} : std::vector<fs::path>{});
-        EXPECT_EQ(store.lastSetAside().has_value(), c.locks);
-        for (const auto& name : namesIn(folder.path()))
-            fs::remove_all(folder / name);
+        else if (c.folderAtPath)
+            fs::create_directories(file / "inner");
+        auto loaded = store.load();
+        EXPECT_EQ(loaded.musicVolume.value_or(-1), c.musicVolume);
+        EXPECT_EQ(log.lines("settings").size(), c.errors);
+        EXPECT_EQ(store.lastSetAside().has_value(), c.setAside);
+        EXPECT_EQ(ledger->asked, c.setAside ? std::vector<fs::path>{folder / "Settings.json.lock"} : std::vector<fs::path>{});
+        if (c.setAside) {
+            EXPECT_EQ(namesIn(folder.path()), (std::set<std::string>{std::string(setAsideName)}));
+            EXPECT_EQ(contents(folder / setAsideName), *c.text);
+            log.clear();
+            EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
+            EXPECT_TRUE(log.lines().empty());
+        } else if (!c.text) {
+            EXPECT_EQ(fs::is_directory(file / "inner"), c.folderAtPath);
+            EXPECT_FALSE(store.setAside());
+        }
+        fs::remove(folder / setAsideName);
+        fs::remove_all(file);
     }
 }
 
@@ -297,29 +262,24 @@ TEST_F(SettingsStoreLockTest, WhatAWriterReplacedMeanwhileIsNotSetAside)
 
 TEST_F(SettingsStoreLockTest, ARefusedLockLeavesTheFileAndSaysWhy)
 {
-    struct Case {
-        std::errc refusal;
-        std::string whenLoading;
-        std::string whenUpdating;
-    };
-    const Case cases[] = {
+    const std::tuple<std::errc, std::string, std::string> cases[] = { // refusal, said when loading, when updating
         {std::errc::read_only_file_system, "the folder is read-only", "the folder is read-only"},
         {std::errc::no_space_on_device, "the disk is full", "the disk is full"},
         {std::errc::timed_out, "another process has held it for 100 ms", "another process has held it for 10 s"},
     };
     testing::writeText(file, "{ not json");
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.whenUpdating);
-        ledger->refusal = std::make_error_code(c.refusal);
+    for (const auto& [refusal, whenLoading, whenUpdating] : cases) {
+        SCOPED_TRACE(whenUpdating);
+        ledger->refusal = std::make_error_code(refusal);
         log.clear();
         EXPECT_EQ(store.load(), HushmeadowsSettings::defaultSettings());
         EXPECT_FALSE(store.lastSetAside());
-        EXPECT_THAT(log.lines("settings"), ::testing::ElementsAre(::testing::EndsWith(c.whenLoading)));
+        EXPECT_THAT(log.lines("settings"), ::testing::ElementsAre(::testing::EndsWith(whenLoading)));
 
         auto updated = store.update(unchanged);
         ASSERT_FALSE(updated.has_value());
-        EXPECT_EQ(updated.error().code, c.refusal);
-        EXPECT_EQ(updated.error().description, "cannot lock " + file.string() + ": " + c.whenUpdating);
+        EXPECT_EQ(updated.error().code, refusal);
+        EXPECT_EQ(updated.error().description, "cannot lock " + file.string() + ": " + whenUpdating);
         EXPECT_EQ(contents(file), "{ not json");
     }
 }

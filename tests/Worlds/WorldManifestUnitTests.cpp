@@ -75,6 +75,8 @@ TEST(WorldManifest, TolerantKeysFallBackToTheirDefaults)
     ASSERT_TRUE(m.audio.music);
     EXPECT_FALSE(m.audio.music->style);
     EXPECT_DOUBLE_EQ(m.audio.music->defaultVolume, 0.5);
+    j["theme"] = {{"style", "city"}, {"colors", Json::object()}}; // no appearance
+    EXPECT_FALSE(decoded(j).theme);
 }
 
 TEST(WorldManifest, VersionsKeepOnlyDayPhaseKeysOverrideOnlyWhatTheyHaveAndFailAsAWhole)
@@ -122,6 +124,8 @@ TEST(WorldManifest, EncodesAndDecodesBackToAnEqualValue)
     auto m = decoded(j);
     EXPECT_EQ(WorldManifest::decode(m.encode()), m);
     EXPECT_EQ(m.theme->knownMaterial(), WorldTheme::Material::villa);
+    m.theme->material = "Villa";
+    EXPECT_FALSE(m.theme->knownMaterial());
     EXPECT_EQ(m.kind, WorldKind::voxel);
 }
 

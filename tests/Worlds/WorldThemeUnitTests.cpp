@@ -1,4 +1,3 @@
-#include "SceneCore/Runtime/JsonReader.h"
 #include "SceneCore/Worlds/WorldManifest.h"
 #include "SceneCore/Worlds/WorldTheme.h"
 
@@ -33,23 +32,6 @@ TEST(WorldTheme, ColourTextsOfThemesAndMattes)
     EXPECT_FALSE(v.matteIsAuto());
     v.matte = "auto";
     EXPECT_TRUE(v.matteIsAuto() && v.hasMatte() && !v.matteComponents());
-}
-
-TEST(WorldTheme, DecodingIsStrictInsideTheTheme)
-{
-    auto theme = WorldTheme::fromJson(Json::parse(R"({"style":"cabin","appearance":"dark","colors":{}})"), {"theme"});
-    EXPECT_EQ(theme.style, WorldTheme::Style::cabin);
-    EXPECT_TRUE(theme.colors.empty());
-    EXPECT_FALSE(theme.knownMaterial());
-
-    theme.material = "Villa";
-    EXPECT_FALSE(theme.knownMaterial());
-    theme.material = "villa";
-    EXPECT_EQ(theme.knownMaterial(), WorldTheme::Material::villa);
-
-    EXPECT_THROW(WorldTheme::fromJson(Json::parse(R"({"style":"castle","appearance":"dark","colors":{}})"), {"theme"}), DecodingError);
-    EXPECT_THROW(WorldTheme::fromJson(Json::parse(R"({"style":"city","colors":{}})"), {"theme"}), DecodingError);
-
 }
 
 } // namespace

@@ -11,8 +11,7 @@ ffmpeg "${quiet[@]}" -f lavfi -i testsrc2=size=32x18:rate=12 -t 0.5 -pix_fmt yuv
 echo "no movie here" > broken.mp4
 
 package() { # folder id video-file [extra json for visual]
-  mkdir -p "$1"
-  cp "$3" "$1/loop.mp4"
+  mkdir -p "$1"; cp "$3" "$1/loop.mp4"
   printf '{"formatVersion":1,"id":"%s","name":"World","visual":{"file":"loop.mp4"%s}}' "$2" "${4:-}" > "$1/world.json"
 }
 
@@ -21,7 +20,6 @@ package Worlds/a.hushmeadow calm loop.mp4
 package Worlds/b.hushmeadow broken-video broken.mp4
 package Worlds/c.hushmeadow calm loop.mp4
 package Worlds/d.hushmeadow Bad loop.mp4
-package Worlds/e.hushmeadow skips loop.mp4 ',"variations":["gone.mp4"]'
 echo "notes" > Worlds/readme.txt
 package Other/lone.hushmeadow lone loop.mp4
 
@@ -33,7 +31,6 @@ a.hushmeadow: ok
 b.hushmeadow: ok
 c.hushmeadow: dropped: id calm is already loaded from a.hushmeadow
 d.hushmeadow: Invalid value for id: use lowercase letters, digits and hyphens
-e.hushmeadow: ok
 OUT
 diff -u expected.txt out.txt || fail "check output differs"
 
@@ -43,16 +40,13 @@ check --media Worlds/b.hushmeadow
 echo "b.hushmeadow: visual.file (loop.mp4) can't be decoded: not a readable movie" > expected.txt
 diff -u expected.txt out.txt || fail "--media output differs"
 
-# A cut poster is refused; a folder name cannot forge a line, on stdout or in
-# the log on stderr.
-ffmpeg "${quiet[@]}" -f lavfi -i color=c=blue:size=16x9 -frames:v 1 poster.png
+# A folder name cannot forge a line, on stdout or in the log on stderr.
 folder="Media/x"$'\n'"y: ok"$'\e'"[2J.hushmeadow"
-package "$folder" media loop.mp4 ',"poster":"poster.png"'
-head -c 60 poster.png > "$folder/poster.png"
-check --media Media
-[ "$status" = 1 ] || fail "cut poster: status $status"
-printf 'x\\ny: ok\\x1b[2J.hushmeadow: %s\n' "visual.poster (poster.png) can't be decoded: not a readable image" > expected.txt
-diff -u expected.txt out.txt || fail "--media with a cut poster"
+package "$folder" Bad loop.mp4
+check Media
+[ "$status" = 1 ] || fail "bad id: status $status"
+printf 'x\\ny: ok\\x1b[2J.hushmeadow: %s\n' "Invalid value for id: use lowercase letters, digits and hyphens" > expected.txt
+diff -u expected.txt out.txt || fail "a failing package's name not escaped"
 rm -rf Media/*; package "$folder" media loop.mp4 ',"variations":["gone.mp4"]'
 check Media; [ "$status" = 0 ] || fail "a skipped variation fails the package"
 grep -qF 'Skipping variation in x\ny: ok\x1b[2J.hushmeadow' err.txt || { cat err.txt >&2; fail "log line not escaped"; }
