@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# The bash, zsh and fish completions, each run by its own shell, offer what
-# the program itself accepts: its commands and each command's options (from
-# its usage text), the settings keys (from `hushmeadows settings`), each
-# key's values (from the message that refuses a bad one) and the world ids
-# (from `hushmeadows list`).
+# The bash, zsh and fish completions, each in its own shell, offer what the
+# program accepts: commands and options (its usage text), settings keys and
+# values (`hushmeadows settings` and its refusals) and world ids (`list`).
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# The Debian package as a machine meets it: lintian finds no error, the
-# desktop entry and metainfo validate, and the package installs into this
-# machine with dpkg -i, works from /usr (version, the bundled world, the
-# manual page), owns every file it brings, and leaves nothing behind when
-# removed; twice in a row. Needs root (or sudo): it changes the machine.
+# The Debian package as a machine meets it: lintian finds no error, desktop
+# entry and metainfo validate, and twice in a row it installs with dpkg -i,
+# works from /usr, owns what it brings and leaves nothing behind when purged.
+# Needs root (or sudo): it changes the machine.
 #   bash tests/package/deb_install.sh build/release/hushmeadows_VERSION_ARCH.deb WORK
 set -euo pipefail
 deb=$(realpath "$1")
