@@ -1,17 +1,9 @@
-// Loads the built .saver as the system's host does and runs its principal
-// class through twenty runs the way the modern host does: views are kept
-// after each run and some are started again; a run ends with the engine's
-// will-stop, and every other run also with stopAnimation. After each run
-// nothing may still play, no timer or display link of the bundle may fire
-// again, and the process's live instances and observers must stay where the
-// first run left them. The harness is an accessory application, so its
-// windows are on screen and the display link and occlusion paths run.
-//
-// With a second bundle of another version (installed elsewhere), it then
-// loads that one into the same process, as a host that still holds the old
-// version loads a new one, or as one that finds copies in two places: the two
-// share no class name, and the new one runs.
-//
+// Loads the built .saver as the modern host does and runs twenty runs on
+// kept views (some started again), each ended by will-stop and every other
+// one also by stopAnimation. After each run nothing plays, no timer or display
+// link of the bundle fires, and live instances and observers stay flat.
+// A second bundle of another version is then loaded into the same process,
+// as a host holding the old one does: no class name is shared, and it runs.
 //     SaverHarness path/to/Hushmeadows.saver [path/to/other-version/Hushmeadows.saver]
 
 #import <AppKit/AppKit.h>
@@ -29,10 +21,8 @@ int failures = 0;
 
 void expect(bool ok, int run, const char* what)
 {
-    if (ok)
-        return;
-    ++failures;
-    std::fprintf(stderr, "run %d: FAILED: %s\n", run, what);
+    if (!ok && ++failures)
+        std::fprintf(stderr, "run %d: FAILED: %s\n", run, what);
 }
 
 void spin(double seconds) { [[NSRunLoop mainRunLoop] runUntilDate:[NSDate dateWithTimeIntervalSinceNow:seconds]]; }
@@ -55,13 +45,17 @@ void post(NSString* name, NSDictionary* info)
     spin(0.3);
 }
 
-NSWindow* windowFor(ScreenSaverView* view, NSRect frame)
+// A new view of the class, in its own window on screen; the window keeps it.
+ScreenSaverView* shownView(Class principal, BOOL preview, NSMutableArray<NSWindow*>* windows)
 {
+    NSRect frame = preview ? NSMakeRect(0, 0, 160, 90) : NSMakeRect(0, 0, 640, 360);
+    ScreenSaverView* view = [[principal alloc] initWithFrame:frame isPreview:preview];
     NSWindow* window = [[NSWindow alloc] initWithContentRect:frame styleMask:NSWindowStyleMaskBorderless backing:NSBackingStoreBuffered defer:NO];
     window.releasedWhenClosed = NO;
     window.contentView = view;
     [window orderFrontRegardless];
-    return window;
+    [windows addObject:window];
+    return view;
 }
 
 long number(NSDictionary* values, NSString* key) { return [values[key] longValue]; }
@@ -191,22 +185,14 @@ int main(int argc, const char* argv[])
         if (failures || principal == Nil)
             return 1;
 
-        NSMutableArray<ScreenSaverView*>* kept = [NSMutableArray array];
-        NSMutableArray<NSWindow*>* windows = [NSMutableArray array];
+        NSMutableArray<NSWindow*>* windows = [NSMutableArray array]; // one per kept view
         NSDictionary* baseline = nil;
         ScreenSaverView* lastFull = nil;
         for (int run = 0; run < 20; ++run) {
             @autoreleasepool {
                 // Odd runs start the full-screen view kept from the run before.
-                ScreenSaverView* full = run % 2 == 1 ? lastFull : [[principal alloc] initWithFrame:NSMakeRect(0, 0, 640, 360) isPreview:NO];
-                lastFull = full;
-                ScreenSaverView* preview = [[principal alloc] initWithFrame:NSMakeRect(0, 0, 160, 90) isPreview:YES];
-                if (run % 2 == 0) {
-                    [kept addObject:full];
-                    [windows addObject:windowFor(full, NSMakeRect(0, 0, 640, 360))];
-                }
-                [kept addObject:preview];
-                [windows addObject:windowFor(preview, NSMakeRect(0, 0, 160, 90))];
+                ScreenSaverView* full = lastFull = run % 2 == 1 ? lastFull : shownView(principal, NO, windows);
+                ScreenSaverView* preview = shownView(principal, YES, windows);
 
                 runOnce(principal, full, preview, run, run % 2 == 1);
                 expectQuiet(principal, run);
@@ -214,7 +200,7 @@ int main(int argc, const char* argv[])
                 if (!baseline)
                     baseline = process;
                 expect(number(process, @"observers") == number(baseline, @"observers"), run, "observers stay flat");
-                std::printf("run %d: instances kept=%lu observers=%ld callbacks=%ld\n", run, static_cast<unsigned long>(kept.count),
+                std::printf("run %d: instances kept=%lu observers=%ld callbacks=%ld\n", run, static_cast<unsigned long>(windows.count),
                             number(process, @"observers"), callbacks(principal));
             }
         }
@@ -229,11 +215,7 @@ int main(int argc, const char* argv[])
                 auto shared = classNames(first);
                 for (const auto& name : classNames([NSBundle bundleForClass:other]))
                     expect(!shared.contains(name), run, "the two versions share no class name");
-                ScreenSaverView* full = [[other alloc] initWithFrame:NSMakeRect(0, 0, 640, 360) isPreview:NO];
-                ScreenSaverView* preview = [[other alloc] initWithFrame:NSMakeRect(0, 0, 160, 90) isPreview:YES];
-                [windows addObject:windowFor(full, NSMakeRect(0, 0, 640, 360))];
-                [windows addObject:windowFor(preview, NSMakeRect(0, 0, 160, 90))];
-                runOnce(other, full, preview, run, false);
+                runOnce(other, shownView(other, NO, windows), shownView(other, YES, windows), run, false);
                 expectQuiet(other, run);
                 expectQuiet(principal, run);
             }

@@ -19,11 +19,7 @@ using ::testing::ElementsAre;
 // Runs a loop for `seconds` of its own time, on this thread.
 void runFor(ManualRunLoop& loop, double seconds) { loop.advance(seconds); }
 void runFor(ThreadRunLoop& loop, double seconds) { loop.runUntil([] { return false; }, seconds); }
-void runFor(SDLRunLoop& loop, double seconds)
-{
-    loop.postAfter(seconds, [&loop] { loop.quit(); });
-    loop.run();
-}
+void runFor(SDLRunLoop& loop, double seconds) { loop.postAfter(seconds, [&loop] { loop.quit(); }), loop.run(); }
 
 template <typename Loop>
 class RunLoopContract : public ::testing::Test {

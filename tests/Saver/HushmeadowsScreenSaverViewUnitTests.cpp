@@ -75,15 +75,8 @@ protected:
     };
 
     void realActivation() { activation.screenSaverDidStart(false); }
-    int didStarts() const
-    {
-        return static_cast<int>(std::count_if(center.posted.begin(), center.posted.end(), [](const auto& n) { return n.name == View::didStartNotification; }));
-    }
-
-    int acquires() const
-    {
-        return static_cast<int>(std::count_if(audio.calls.begin(), audio.calls.end(), [](const auto& c) { return c.kind == "acquire"; }));
-    }
+    int didStarts() const { return static_cast<int>(std::ranges::count(center.posted, std::string(View::didStartNotification), &Notification::name)); }
+    int acquires() const { return static_cast<int>(std::ranges::count(audio.calls, std::string("acquire"), &testing::AudioCall::kind)); }
     std::vector<std::string> saverLines() const { return log.lines("saver"); }
 };
 
@@ -107,6 +100,7 @@ TEST_F(SaverTest, ARunAnnouncesAndLogsItself)
     view.startAnimation();
     EXPECT_THAT(saverLines(), Contains("[zz] activation state=unknown engine=false locked=false idle=54s"));
     realActivation();
+    EXPECT_THAT(saverLines(), Contains("didstart runFromPref=false"));
     view.startAnimation();
     EXPECT_THAT(saverLines(), Contains(HasSubstr("[zz] start world=calm worlds=fallback preview=false real=true mainDisplay=true "
                                                  "allDisplays=false role=display audioOptIn=true muted=false audioAllowed=true")));
@@ -330,18 +324,6 @@ TEST_F(SaverTest, TheLatestLiveEngineIsTheOneWatched)
     EXPECT_EQ(View::runningEngine(services), undated);
     undated->terminated = true;
     EXPECT_EQ(View::runningEngine(services), nullptr);
-}
-
-TEST(ActivationMonitor, KeepsTheLastWordAndLogsEachStart)
-{
-    ActivationMonitor monitor;
-    testing::LogCapture log;
-    monitor.screenSaverDidStart(false);
-    EXPECT_EQ(monitor.state(), ActivationMonitor::State::running(false));
-    monitor.screenSaverDidStop();
-    monitor.screenSaverDidStart(true);
-    EXPECT_EQ(monitor.state().description(), "running(fromPreferences: true)");
-    EXPECT_THAT(log.lines("saver"), ElementsAre("didstart runFromPref=false", "didstart runFromPref=true"));
 }
 
 TEST(CompanionAnnouncement, VersionsCompareNumberByNumber)

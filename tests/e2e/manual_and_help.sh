@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# The manual page as man renders it: every usage text the program prints for
-# `hushmeadows help COMMAND` stands in it line for line, roff finds nothing
-# to warn about, and the settings it lists are the keys and values the
-# program itself accepts.
+# The manual page as man renders it holds every `hushmeadows help COMMAND`
+# text line for line, roff has no warning, and the settings listed are the
+# keys and values the program accepts.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 page=$(dirname "$program")/../../packaging/hushmeadows.1

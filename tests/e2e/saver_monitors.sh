@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# The standalone saver follows monitors that come and go (RandR monitors set
-# and deleted on Xvfb while it runs): a monitor added gets its view in the
-# right role, one removed loses its view, and when the main monitor goes the
-# next one takes over the picture and the sound, never with a second stream
-# on the PulseAudio null sink.
+# The standalone saver follows RandR monitors set and deleted on Xvfb: one
+# added gets a view in its role, one removed loses it, and when the main one
+# goes the next takes over picture and sound, never with a second stream on
+# the PulseAudio null sink.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
@@ -39,8 +38,8 @@ pactl set-default-sink ci_null
 
 # Regions of the screen: 0 is black (a dark view's window; the bare root of
 # Xvfb is a grey weave, never black).
-region_of() { case $1 in left) echo 640x360+0+0 ;; middle) echo 640x360+640+0 ;; right) echo 640x360+1280+0 ;; esac; }
-brightest() { xwd -root -silent | convert xwd:- -crop "$(region_of "$1")" +repage -format '%[max]' info:; }
+declare -A offset=([left]=0 [middle]=640 [right]=1280)
+brightest() { xwd -root -silent | convert xwd:- -crop "640x360+${offset[$1]}+0" +repage -format '%[max]' info:; }
 # The picture comes within 30 s on a loaded machine; a dark view stays black.
 shows() { for _ in $(seq 120); do [ "$(brightest "$1")" != 0 ] && return 0; sleep 0.25; done; return 1; }
 dark() { for _ in $(seq 120); do [ "$(brightest "$1")" = 0 ] && return 0; sleep 0.25; done; return 1; }

@@ -1,16 +1,12 @@
 #!/usr/bin/env bash
-# The bash, zsh and fish completions, each run by its own shell, offer what
-# the program itself accepts: its commands and each command's options (from
-# its usage text), the settings keys (from `hushmeadows settings`), each
-# key's values (from the message that refuses a bad one) and the world ids
-# (from `hushmeadows list`).
+# The bash, zsh and fish completions, each in its own shell, offer what the
+# program accepts: commands and options (its usage text), settings keys and
+# values (`hushmeadows settings` and its refusals) and world ids (`list`).
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
 scripts=$here/../../packaging/completions
-for shell in zsh fish; do
-  command -v $shell > /dev/null || fail "$shell is not installed (tools/install-deps.sh)"
-done
+command -v zsh > /dev/null && command -v fish > /dev/null || fail "zsh and fish are needed (tools/install-deps.sh)"
 
 # The program as a user's shell finds it, on private folders.
 mkdir -p bin config data empty
@@ -21,10 +17,7 @@ settings=$work/config/hushmeadows/Settings.json
 # A second world beside the bundled one, so that the ids come from the library.
 mkdir -p data/hushmeadows/Worlds
 cp -r "$(dirname "$program")/Resources/Worlds/meadow.hushmeadow" data/hushmeadows/Worlds/dusk.hushmeadow
-python3 - data/hushmeadows/Worlds/dusk.hushmeadow/world.json <<'PY'
-import json, sys
-m = json.load(open(sys.argv[1])); m["id"] = "dusk"; json.dump(m, open(sys.argv[1], "w"))
-PY
+sed -i 's/"id": *"meadow"/"id": "dusk"/' data/hushmeadows/Worlds/dusk.hushmeadow/world.json
 hushmeadows list | awk -F'\t' '$1 == "*" || $1 == " " { print $2 }' | sort > worlds.txt
 [ "$(cat worlds.txt | paste -sd' ')" = "dusk meadow" ] || fail "the library holds $(cat worlds.txt), expected dusk and meadow"
 

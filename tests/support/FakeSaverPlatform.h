@@ -142,11 +142,7 @@ public:
     void setAnimationTimeInterval(double) override {}
     void makeBackingLayerBlack() override {}
     void addSceneView(SceneView& view) override { subview = &view; }
-    void removeSceneView(SceneView& view) override
-    {
-        if (subview == &view)
-            subview = nullptr;
-    }
+    void removeSceneView(SceneView& view) override { subview = subview == &view ? nullptr : subview; }
 
     // A full-screen window on screens[index] of the list.
     static FakeHost onScreen(const std::vector<ScreenInfo>& screens, std::size_t index)

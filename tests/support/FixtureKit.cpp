@@ -18,14 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path makeUniqueFolder(const std::string& prefix)
-{
-    std::string pattern = (fs::temp_directory_path() / (prefix + "-XXXXXX")).string();
-    if (!::mkdtemp(pattern.data()))
-        throw std::runtime_error("cannot create a temporary folder from " + pattern);
-    return fs::canonical(pattern);
-}
-
 // Generated fixtures of this process, by file name, in a folder removed at
 // exit. std::map keeps the returned references valid while entries are added.
 class FixtureCache {
@@ -64,8 +56,11 @@ const std::string ffmpeg = "ffmpeg -hide_banner -loglevel error -nostdin -y ";
 } // namespace
 
 TempDir::TempDir()
-    : path_(makeUniqueFolder("hushmeadows-test"))
 {
+    std::string pattern = (fs::temp_directory_path() / "hushmeadows-test-XXXXXX").string();
+    if (!::mkdtemp(pattern.data()))
+        throw std::runtime_error("cannot create a temporary folder from " + pattern);
+    path_ = fs::canonical(pattern);
 }
 
 TempDir::~TempDir()
@@ -95,12 +90,8 @@ void copyFile(const fs::path& from, const fs::path& to)
 std::string shellQuoted(std::string_view text)
 {
     std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
+    for (char c : text)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return quoted + "'";
 }
 

@@ -62,13 +62,9 @@ const std::filesystem::path& emptyWav();
 // A black 1-bit PNG of 16000 × 16000 in about 31 KB: 1 GB once decoded.
 const std::filesystem::path& hugePNG();
 
-// The pixels of poster(width, height), opaque, every pixel distinct for sizes
-// up to 256 × 256:
-//   red   = x * 255 / (width - 1)   (0 when width is 1)
-//   green = y * 255 / (height - 1)  (0 when height is 1)
-//   blue  = 255 when x + y is odd, else 0
-//   alpha = 255
-// with integer division.
+// The pixels of poster(width, height), opaque, distinct up to 256 × 256: red
+// x * 255 / (width - 1), green y * 255 / (height - 1) (0 for a size of 1),
+// blue 255 where x + y is odd, else 0; integer division.
 Image posterImage(int width, int height, PixelFormat format = PixelFormat::rgba8);
 
 // Runs the command with /bin/sh and returns what it wrote to stdout; throws

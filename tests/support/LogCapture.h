@@ -17,17 +17,13 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<LogRecord> records() const
-    {
-        std::lock_guard lock(sink_->mutex);
-        return sink_->records;
-    }
     // Rendered lines of one category (all categories when empty), private
     // arguments shown or redacted.
     std::vector<std::string> lines(std::string_view category = {}, bool revealPrivate = true) const
     {
+        std::lock_guard lock(sink_->mutex);
         std::vector<std::string> out;
-        for (const auto& record : records())
+        for (const auto& record : sink_->records)
             if (category.empty() || record.category == category)
                 out.push_back(record.render(revealPrivate));
         return out;

@@ -25,16 +25,13 @@ public:
     // Runs everything queued so far, and what that queues in turn.
     void runAll()
     {
-        for (;;) {
-            std::function<void()> next;
-            {
-                std::lock_guard lock(mutex_);
-                if (work_.empty())
-                    return;
-                next = std::move(work_.front());
-                work_.pop_front();
-            }
+        std::unique_lock lock(mutex_);
+        while (!work_.empty()) {
+            auto next = std::move(work_.front());
+            work_.pop_front();
+            lock.unlock(); // the work may queue more
             next();
+            lock.lock();
         }
     }
 
