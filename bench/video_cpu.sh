@@ -74,7 +74,7 @@ lateness() { grep -o 'frames shown: .*' "$work/$1.log" | tail -1 || echo "no fra
 
 printf '\nCPU over 10 s as %% of one core (player + X server), resident memory, frame lateness\n'
 for size in 1920x1080 3840x2160; do
-  start_xvfb 160 199 "$size" || { echo "no free X display number" >&2; exit 1; }
+  start_xvfb "$size" || { echo "no free X display number" >&2; exit 1; }
   xvfb=$xvfb_pid
   for clip in meadow busy; do
     world=$meadow; file=$meadow_clip
@@ -98,7 +98,7 @@ for size in 1920x1080 3840x2160; do
 done
 
 printf '\nStart-up at 1920x1080, ms from process start to the first picture (median of 5)\n'
-start_xvfb 160 199 1920x1080 || { echo "no free X display number" >&2; exit 1; }
+start_xvfb 1920x1080 || { echo "no free X display number" >&2; exit 1; }
 xvfb=$xvfb_pid
 median() { sort -n | awk '{ v[NR] = $1 } END { print (NR ? v[int((NR + 1) / 2)] : "n/a") }'; }
 first_picture() { for _ in 1 2 3 4 5; do "$firstpixel" "$@" 2> /dev/null || true; done | median; }

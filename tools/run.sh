@@ -17,7 +17,7 @@ if [ -n "${DISPLAY:-}" ] && xdpyinfo > /dev/null 2>&1; then
 fi
 
 source tools/xvfb.sh
-start_xvfb 60 89 1280x720 || { echo "no free X display number for Xvfb" >&2; exit 1; }
+start_xvfb 1280x720 || { echo "no free X display number for Xvfb" >&2; exit 1; }
 xvfb=$xvfb_pid
 trap 'kill $xvfb 2>/dev/null || true' EXIT
 "$program" play "$worlds/meadow.hushmeadow" "$@" &

@@ -23,7 +23,7 @@ export XDG_RUNTIME_DIR=$work/run SDL_AUDIODRIVER=pulseaudio
 mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 
 source "$root/tools/xvfb.sh"
-start_two_monitor_xvfb 110 129 || { echo "no free display" >&2; exit 1; }
+start_two_monitor_xvfb || { echo "no free display" >&2; exit 1; }
 pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
   --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > /dev/null 2>&1
 for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done

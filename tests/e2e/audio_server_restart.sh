@@ -6,17 +6,9 @@
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
+source "$(dirname "${BASH_SOURCE[0]}")/support/sound.sh"
 
-export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
-export XDG_RUNTIME_DIR=$work/run
-mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  pulseaudio --kill 2>/dev/null || true
-}
-trap cleanup EXIT
 fail() { echo "FAIL: $*" >&2; tail -n 30 play.log >&2 2>/dev/null || true; exit 1; }
 now() { date +%s.%N; }
 # Polls (every 50 ms, at most $1 seconds) until the command succeeds.
@@ -24,16 +16,9 @@ await() { local limit=$1; shift; local end; end=$(echo "$(now) + $limit" | bc -l
   until "$@"; do (( $(echo "$(now) > $end" | bc -l) )) && return 1; sleep 0.05; done; }
 
 . "$here/../../tools/xvfb.sh"
-start_xvfb 71 89 640x360 || fail "no free display"
+start_xvfb 640x360 || fail "no X server"
 pids+=("$xvfb_pid")
 
-start_pulse() {
-  pulseaudio -n --daemonize=yes --exit-idle-time=-1 --log-target=file:"$work/pulse-daemon.log" --load=module-native-protocol-unix \
-    --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" >> pulse.log 2>&1 \
-    || { cat pulse.log; fail "pulseaudio did not start"; }
-  await 10 eval 'pactl info > /dev/null 2>&1' || fail "pulseaudio does not answer"
-  pactl set-default-sink ci_null
-}
 # The saver's own streams on the sink (by process id).
 ours() { pactl list sink-inputs 2>/dev/null | grep -c "application.process.id = \"$player\"" || true; }
 failures() { grep -cE 'Audio engine (restart failed|failed to start)' play.log || true; }
@@ -52,7 +37,7 @@ if len(sys.argv) > 3:
 EOF
 }
 
-start_pulse
+start_null_sink
 "$program" settings set screenSaverAudioEnabled true > /dev/null
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!
@@ -67,12 +52,9 @@ await 10 eval '[ ! -e /proc/$server ]' || fail "the server did not die"
 await 10 grep -q 'Audio configuration changed; restarting engine' play.log || fail "the saver did not notice the server's death"
 # Three failed attempts (at once, 0.5 s and 1.5 s later): the next one waits 2 s.
 await 20 eval '[ "$(failures)" -ge 3 ]' || fail "the saver did not try the output again"
-start_pulse
+start_null_sink
 back_at=$(now)
-# The recorder starts before the saver returns: a fresh null sink otherwise stalls the first seconds.
-parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
-recorder=$!; pids+=("$recorder")
-await 10 eval '[ -n "$(pactl list short source-outputs 2>/dev/null)" ]' || fail "the recorder did not connect"
+start_recorder rec.raw
 await 15 grep -q 'Audio output back after' play.log || fail "the saver's output did not come back within 15 s of the server"
 await 5 eval '[ "$(ours)" -ge 1 ]' || fail "the saver's stream is not on the server"
 outage=$(echo "$back_at - $killed_at" | bc -l)

@@ -108,7 +108,7 @@ cleanup() {
 trap cleanup EXIT
 source "$here/../../tools/xvfb.sh"
 # Display numbers apart from those of the other scripts, which ctest may run meanwhile.
-start_xvfb 130 159 ${screen_w}x800 || fail "no X display could be started"
+start_xvfb ${screen_w}x800 || fail "no X display could be started"
 
 geometry_of() { # xwininfo arguments: prints X,Y,WxH
   xwininfo "$@" | awk '/Absolute upper-left X/ {x=$NF} /Absolute upper-left Y/ {y=$NF} /Width:/ {w=$NF} /Height:/ {h=$NF}

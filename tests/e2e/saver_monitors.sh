@@ -6,22 +6,13 @@
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
+source "$(dirname "${BASH_SOURCE[0]}")/support/sound.sh"
 
-export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
-export XDG_RUNTIME_DIR=$work/run
-mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 fail() { echo "FAIL: $*" >&2; tail -30 "$work/saver.log" >&2 || true; exit 1; }
-
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  pulseaudio --kill 2>/dev/null || true
-}
-trap cleanup EXIT
 
 first_monitor() { xrandr --listmonitors | sed -n 's/^ 0: [+*]*\([a-z]*\) .*/\1/p'; }
 . "$here/../../tools/xvfb.sh"
-start_xvfb 130 149 1920x360 || fail "no free display"
+start_xvfb 1920x360 || fail "no X server"
 pids+=("$xvfb_pid")
 # The server's output stays with the middle monitor: a monitor removed
 # while it held the output would come back as a whole-screen one.
@@ -29,11 +20,7 @@ xrandr --setmonitor left 640/169x360/95+0+0 none > /dev/null
 xrandr --setmonitor middle 640/169x360/95+640+0 screen > /dev/null
 [ "$(first_monitor)" = left ] || fail "Xvfb lists $(first_monitor) first"
 
-pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
-  --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 \
-  || { cat pulse.log; fail "pulseaudio did not start"; }
-for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
-pactl set-default-sink ci_null
+start_null_sink
 "$program" settings set screenSaverAudioEnabled true > /dev/null
 
 # Regions of the screen: 0 is black (a dark view's window; the bare root of

@@ -5,39 +5,15 @@
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 source "$(dirname "${BASH_SOURCE[0]}")/support/begin.sh" "$@"
+source "$(dirname "${BASH_SOURCE[0]}")/support/sound.sh"
 
-export HOME=$work/home XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/none
-export XDG_RUNTIME_DIR=$work/run
-mkdir -p "$XDG_RUNTIME_DIR"; chmod 700 "$XDG_RUNTIME_DIR"
 world="$(dirname "$program")/Resources/Worlds/meadow.hushmeadow"
-
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  pulseaudio --kill 2>/dev/null || true
-}
-trap cleanup EXIT
-
 . "$here/../../tools/xvfb.sh"
-start_xvfb 71 89 640x360 || fail "no free display"
+start_xvfb 640x360 || fail "no X server"
 pids+=("$xvfb_pid")
-
-pulseaudio -n --daemonize=yes --exit-idle-time=-1 --load=module-native-protocol-unix \
-  --load="module-null-sink sink_name=ci_null format=float32le rate=48000 channels=2" > pulse.log 2>&1 \
-  || { cat pulse.log; fail "pulseaudio did not start"; }
-for _ in $(seq 100); do pactl info > /dev/null 2>&1 && break; sleep 0.1; done
-pactl set-default-sink ci_null
-
+start_null_sink
 "$program" settings set screenSaverAudioEnabled true > /dev/null
-
-# The recorder runs before the saver starts, or the sound's first seconds are
-# not in the recording and its timeline says nothing about the fade.
-parec -d ci_null.monitor --latency-msec=20 --format=float32le --rate=48000 --channels=2 --raw > rec.raw &
-recorder=$!
-pids+=($recorder)
-# It runs once the sink's silence reaches the file (being listed is not enough).
-for _ in $(seq 200); do [ "$(stat -c %s rec.raw)" -ge 38400 ] && break; sleep 0.05; done
-[ "$(stat -c %s rec.raw)" -ge 38400 ] || fail "the recorder records nothing"
+start_recorder rec.raw
 play_start=$(date +%s.%N)
 SDL_AUDIODRIVER=pulseaudio "$program" saver > play.log 2>&1 &
 player=$!

@@ -30,7 +30,7 @@ json.dump({'formatVersion': 1, 'id': 'long', 'name': 'Long', 'visual': {'file': 
 for setting in "screenSaverAudioEnabled true" "selectedWorldID long"; do "$program" settings set $setting > /dev/null; done
 
 source "$here/../../tools/xvfb.sh"
-start_xvfb 150 179 640x360 || fail "no free display"
+start_xvfb 640x360 || fail "no X server"
 runner=""; trap '[ -z "$runner" ] || kill -KILL "$runner" 2>/dev/null; kill "$xvfb_pid" 2>/dev/null || true' EXIT
 
 # Once the log holds `after` and the program has one of the long files open,

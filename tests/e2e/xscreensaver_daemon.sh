@@ -28,7 +28,7 @@ cleanup() {
 trap cleanup EXIT
 
 source "$here/../../tools/xvfb.sh"
-start_two_monitor_xvfb 90 109 || fail "no free display"
+start_two_monitor_xvfb || fail "no X server"
 
 mkdir -p pulse; chmod 700 pulse
 XDG_RUNTIME_DIR=$work/pulse pulseaudio -n --daemonize=yes --exit-idle-time=-1 \
