@@ -41,6 +41,12 @@ private:
     int fd_;
 };
 
+// Whether an open descriptor is a regular file, with its status.
+bool isRegularFile(int fd, struct stat& status)
+{
+    return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 // Flags for a folder that is only looked through, never listed.
 #if defined(O_PATH)
 constexpr int searchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
@@ -241,7 +247,7 @@ std::optional<std::filesystem::path> PosixFileAccess::openedFilePath(const std::
         return std::nullopt;
     Descriptor fd(*opened);
     struct stat status{};
-    if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!isRegularFile(fd.get(), status))
         return std::nullopt;
 #if defined(F_GETPATH)
     char buffer[MAXPATHLEN] = {};
@@ -345,7 +351,7 @@ std::optional<PosixFileAccess::Ends> PosixFileAccess::ends(const std::filesystem
         return std::nullopt;
     Descriptor fd(*opened);
     struct stat status{};
-    if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!isRegularFile(fd.get(), status))
         return std::nullopt;
     auto size = static_cast<std::size_t>(status.st_size);
     auto readAt = [&](std::size_t offset, std::size_t count) -> std::optional<std::string> {
