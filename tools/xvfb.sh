@@ -30,3 +30,19 @@ start_two_monitor_xvfb() {
   xrandr --setmonitor left 960/254x1080/286+0+0 screen > /dev/null
   xrandr --setmonitor right 960/254x1080/286+960+0 none > /dev/null
 }
+
+#   start_xlogo WIDTHxHEIGHT || fail "xlogo shows no window"
+# a window another program made, as XScreenSaver hands a hack its window:
+# xlogo's top-level window at the top left is covered by a child, whose id it
+# sets in `child`; xlogo's pid is in `xlogo_pid`.
+start_xlogo() {
+  xlogo -geometry "$1+0+0" > /dev/null 2>&1 &
+  xlogo_pid=$!
+  child=""
+  for _ in $(seq 100); do
+    child=$(xwininfo -name xlogo -children 2>/dev/null | awk '/^ +0x/ {print $1; exit}') || true
+    [ -n "$child" ] && return 0
+    sleep 0.05
+  done
+  return 1
+}

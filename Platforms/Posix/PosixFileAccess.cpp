@@ -41,11 +41,6 @@ private:
     int fd_;
 };
 
-// Whether an open descriptor is a regular file, with its status.
-bool isRegularFile(int fd, struct stat& status)
-{
-    return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-}
 
 // Flags for a folder that is only looked through, never listed.
 #if defined(O_PATH)
@@ -240,14 +235,28 @@ std::expected<int, int> PosixFileAccess::openForReading(const std::filesystem::p
     return fd;
 }
 
+namespace {
+
+// A regular file opened for reading, with its status; -1 for anything else.
+int openRegularFile(const std::filesystem::path& file, struct stat& status)
+{
+    auto opened = PosixFileAccess::openForReading(file);
+    if (!opened)
+        return -1;
+    if (::fstat(*opened, &status) != 0 || !S_ISREG(status.st_mode)) {
+        ::close(*opened);
+        return -1;
+    }
+    return *opened;
+}
+
+} // namespace
+
 std::optional<std::filesystem::path> PosixFileAccess::openedFilePath(const std::filesystem::path& file)
 {
-    auto opened = openForReading(file);
-    if (!opened)
-        return std::nullopt;
-    Descriptor fd(*opened);
     struct stat status{};
-    if (!isRegularFile(fd.get(), status))
+    Descriptor fd(openRegularFile(file, status));
+    if (fd.get() < 0)
         return std::nullopt;
 #if defined(F_GETPATH)
     char buffer[MAXPATHLEN] = {};
@@ -346,12 +355,9 @@ FileAccess::LockResult PosixFileAccess::lock(const std::filesystem::path& lockFi
 
 std::optional<PosixFileAccess::Ends> PosixFileAccess::ends(const std::filesystem::path& file, std::size_t headSize, std::size_t tailSize)
 {
-    auto opened = openForReading(file);
-    if (!opened)
-        return std::nullopt;
-    Descriptor fd(*opened);
     struct stat status{};
-    if (!isRegularFile(fd.get(), status))
+    Descriptor fd(openRegularFile(file, status));
+    if (fd.get() < 0)
         return std::nullopt;
     auto size = static_cast<std::size_t>(status.st_size);
     auto readAt = [&](std::size_t offset, std::size_t count) -> std::optional<std::string> {

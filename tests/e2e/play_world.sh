@@ -182,14 +182,8 @@ stop TERM
 
 # A window another program made, as XScreenSaver hands a hack its window:
 # xlogo's top-level window is covered by a child, so the picture goes there.
-xlogo -geometry 220x120+0+0 > /dev/null 2>&1 &
-host=$!
-for _ in $(seq 100); do
-  xwininfo -name xlogo -children > info.txt 2>/dev/null && grep -q '^ *0x' info.txt && break
-  sleep 0.05
-done
-child=$(awk '/^ +0x/ {print $1; exit}' info.txt)
-[ -n "$child" ] || fail "xlogo shows no window"
+start_xlogo 220x120 || fail "xlogo shows no window"
+host=$xlogo_pid
 "$program" play edges.hushmeadow --window-id "$child" --poster-only > out.txt 2> err.txt &
 player=$!
 geometry=$(geometry_of -id "$child")
@@ -200,7 +194,9 @@ xwininfo -id "$child" > /dev/null 2>&1 || fail "the foreign window did not outli
 # Its owner going away destroys the window, and the player ends with it.
 "$program" play edges.hushmeadow --window-id "$child" --poster-only > out.txt 2> err.txt &
 player=$!
-expect 10,0,200x120
+# The screen already shows the first player's picture: wait for this one's start.
+for _ in $(seq 200); do grep -q 'role=preview' err.txt && break; sleep 0.05; done
+grep -q 'role=preview' err.txt || { cat err.txt >&2; fail "the second player did not start"; }
 kill "$host"; wait "$host" 2>/dev/null || true
 timeout 5 tail --pid="$player" -s 0.02 -f /dev/null || fail "still playing 5 s after its window was destroyed"
 status=0; wait "$player" || status=$?; player=""

@@ -152,14 +152,8 @@ for _ in $(seq 100); do [ -z "$(hacks)" ] && break; sleep 0.05; done
 
 # 3. The settings dialog's preview: a small window, the world without sound;
 #    destroying the window ends the preview.
-xlogo -geometry 320x180+0+0 > /dev/null 2>&1 &
-logo=$!; pids+=($logo)
-for _ in $(seq 100); do
-  xwininfo -name xlogo -children > info.txt 2>/dev/null && grep -q '^ *0x' info.txt && break
-  sleep 0.05
-done
-child=$(awk '/^ +0x/ {print $1; exit}' info.txt)
-[ -n "$child" ] || fail "xlogo shows no window"
+start_xlogo 320x180 || fail "xlogo shows no window"
+logo=$xlogo_pid; pids+=($logo)
 as_user "$work/app/hushmeadows" saver --window-id "$child" > preview.log 2>&1 &
 preview=$!
 logged preview.log 1 1 'role=preview' || fail "the preview did not start as a preview: $(cat preview.log)"
